@@ -1,0 +1,52 @@
+#include <database/services/exception.h>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+QStringList *s_logged = nullptr;
+
+void collect(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    if (type == QtDebugMsg)
+        s_logged->append(text);
+}
+
+__attribute__((noinline)) void throwAtDepth(int depth, volatile int *guard)
+{
+    if (depth == 0)
+        throw Exception(QStringLiteral("deep"));
+    throwAtDepth(depth - 1, guard);
+    *guard += 1; // keeps the call from becoming a jump
+}
+
+} // namespace
+
+TEST(ExceptionTest, deepChainCarriesAtMost127FramesAndCopiesKeepThem)
+{
+    volatile int guard = 0;
+    try {
+        throwAtDepth(300, &guard);
+        FAIL() << "nothing was thrown";
+    } catch (const Exception &e) {
+        EXPECT_EQ(e.message, QStringLiteral("deep"));
+        EXPECT_EQ(e.stack.size(), 127);
+        const Exception copy(e);
+        EXPECT_EQ(copy.stack, e.stack);
+        EXPECT_EQ(copy.message, e.message);
+        EXPECT_NE(copy.stack, Exception::getStack());
+    }
+}
+
+TEST(ExceptionTest, dumpWritesOneDebugMessagePerFrameAndNotTheText)
+{
+    const Exception e(QStringLiteral("text of the error"));
+    ASSERT_FALSE(e.stack.isEmpty());
+    QStringList logged;
+    s_logged = &logged;
+    const auto previous = qInstallMessageHandler(collect);
+    e.dump();
+    qInstallMessageHandler(previous);
+    EXPECT_EQ(logged, e.stack);
+}

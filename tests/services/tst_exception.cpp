@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 namespace
 {
 
@@ -49,4 +52,25 @@ TEST(ExceptionTest, dumpWritesOneDebugMessagePerFrameAndNotTheText)
     e.dump();
     qInstallMessageHandler(previous);
     EXPECT_EQ(logged, e.stack);
+}
+
+TEST(ExceptionTest, threadsCaptureTheirStacksAtTheSameTime)
+{
+    std::vector<int> frames(4, 0);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        threads.emplace_back([&frames, i] {
+            volatile int guard = 0;
+            for (int round = 0; round < 20; ++round) {
+                try {
+                    throwAtDepth(20 * int(i + 1), &guard);
+                } catch (const Exception &e) {
+                    frames[i] = e.stack.size();
+                }
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    for (std::size_t i = 1; i < frames.size(); ++i)
+        EXPECT_EQ(frames[i] - frames[i - 1], 20) << "thread " << i;
 }

@@ -1,7 +1,6 @@
 #include <database/decimal.h>
 
 #include "printing.h"
-#include "systemlocale.h"
 
 #include <gtest/gtest.h>
 #include <QtCore/qdatastream.h>
@@ -176,21 +175,8 @@ TEST(DecimalScanner, acceptsExactlyWhatThePatternsAccept)
     EXPECT_GT(accepted, 10000);
 }
 
-TEST(Decimal, readsAnyTextByPointThenSystemLocaleThenComma)
+TEST(Decimal, readsALocalesConventions)
 {
-    const auto any = [](const char *locale, const char *text) {
-        return textInSystemLocale(locale, [=] {
-            bool ok = false;
-            const decimal value = decimal::fromAnyString(QString::fromUtf8(text), &ok, 3);
-            return value.toString() + (ok ? QString() : QStringLiteral(" failed"));
-        });
-    };
-    EXPECT_EQ(any("en_US.UTF-8", "1,5"), QStringLiteral("1.5"));
-    EXPECT_EQ(any("en_US.UTF-8", "1,500"), QStringLiteral("1500.000"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1.500"), QStringLiteral("1.500"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1.500,25"), QStringLiteral("1500.250"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1,5 EUR"), QStringLiteral("0 failed"));
-    EXPECT_EQ(any("en_US.UTF-8", "-inf"), QStringLiteral("0 failed"));
     const QLocale german(QLocale::German);
     EXPECT_EQ(decimal::fromLocaleString("-1.234,5", german, 2), read("-1234.5"));
     EXPECT_EQ(thrownBy([&] { decimal::fromLocaleString("1;5", german, 2); }),
@@ -324,23 +310,6 @@ TEST(Decimal, convertsToTheNearestDouble)
     EXPECT_EQ(decimal::fromParts(4503599627370497, 0).toDouble(), 4503599627370497.0);
     EXPECT_EQ(decimal::fromParts(3, -40).toDouble(), 3 / std::pow(10.0, -40));
     EXPECT_EQ(decimal::fromParts(3, 63).toDouble(), 3 / std::pow(10.0, 63));
-}
-
-TEST(Decimal, writesTheSystemLocalesConventions)
-{
-    const auto texts = [](const char *locale, const decimal &value) {
-        return textInSystemLocale(locale, [=] {
-            return QStringList{value.toSystemString(), value.toSystemStringShort(),
-                               value.toExcelString()}
-                .join('|');
-        });
-    };
-    EXPECT_EQ(texts("de_DE.UTF-8", read("-1234567.50")),
-              QStringLiteral("-1.234.567,50|-1.234.567,5|-1234567,50"));
-    EXPECT_EQ(texts("ru_RU.UTF-8", read("1000.00")),
-              QStringLiteral(u"1\u00A0000,00|1\u00A0000|1000,00"));
-    EXPECT_EQ(texts("en_US.UTF-8", read("3e-3")), QStringLiteral("3,000|3,000|3000"));
-    EXPECT_EQ(texts("en_US.UTF-8", read("0.00")), QStringLiteral("0.00|0|0.00"));
 }
 
 TEST(Decimal, convertsFromVariants)

@@ -1,5 +1,6 @@
 #include <database/decimal.h>
 #include <database/values/datetime.h>
+#include <database/xdecimal.h>
 
 #include "printing.h"
 
@@ -90,4 +91,37 @@ TEST(SystemLocale, writesTheShortDateWhereTheClockSkipsTheTime)
     EXPECT_EQ(text("de_DE.UTF-8", skipped), QStringLiteral("10.03.24 02:30:00.005"));
     EXPECT_EQ(text("ru_RU.UTF-8", skipped), QStringLiteral("10.03.2024 02:30:00.005"));
     EXPECT_EQ(text("de_DE.UTF-8", 0), QString());
+}
+
+TEST(SystemLocale, groupsEveryDigitOfAnXDecimal)
+{
+    const auto texts = [](const char *locale, const char *text) {
+        return textInSystemLocale(locale, [=] {
+            const xdecimal value(text);
+            return QStringList{value.toSystemString(), value.toSystemStringShort(),
+                               value.toExcelString()}
+                .join('|');
+        });
+    };
+    EXPECT_EQ(texts("de_DE.UTF-8", "-123456789012345678901.500"),
+              QStringLiteral("-123.456.789.012.345.678.901,500|-123.456.789.012.345.678.901,5|"
+                             "-123456789012345678901,500"));
+    EXPECT_EQ(texts("en_US.UTF-8", "-100"), QStringLiteral("-100|-100|-100"));
+    EXPECT_EQ(texts("en_US.UTF-8", "1000.0"), QStringLiteral("1,000.0|1,000|1000.0"));
+}
+
+TEST(SystemLocale, readsAnXDecimalByPointOrCommaThenSystemLocale)
+{
+    const auto any = [](const char *locale, const char *text) {
+        return textInSystemLocale(locale, [=] {
+            bool ok = false;
+            const xdecimal value = xdecimal::fromAnyString(QString::fromUtf8(text), &ok);
+            return value.toString() + (ok ? QString() : QStringLiteral(" failed"));
+        });
+    };
+    EXPECT_EQ(any("en_US.UTF-8", "1,500"), QStringLiteral("1.500"));
+    EXPECT_EQ(any("en_US.UTF-8", "1,234,500.25"), QStringLiteral("1234500.25"));
+    EXPECT_EQ(any("de_DE.UTF-8", "1.234.500,25"), QStringLiteral("1234500.25"));
+    EXPECT_EQ(any("en_US.UTF-8", "1,5e3"), QStringLiteral("1500"));
+    EXPECT_EQ(any("de_DE.UTF-8", "1;5"), QStringLiteral("0 failed"));
 }

@@ -1,0 +1,165 @@
+#include <database/values/datetime.h>
+
+#include "printing.h"
+
+#include <gtest/gtest.h>
+#include <QtCore/qdatetime.h>
+#include <QtCore/qlocale.h>
+
+#include <ctime>
+#include <limits>
+#include <random>
+
+namespace
+{
+
+const char *const kFormats[] = {"yyyy.MM.dd HH:mm:ss.zzz", "yyyy-MM-dd HH:mm:ss", "yyyy.MM.dd",
+                                "yyyy-MM-dd"};
+
+/// Runs a test in a time zone and restores UTC, where QDateTime reads every local time as it is.
+class ZoneGuard
+{
+public:
+    explicit ZoneGuard(const char *zone) { set(zone); }
+    ~ZoneGuard() { set("UTC"); }
+
+private:
+    static void set(const char *zone)
+    {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+};
+
+qint64 parsed(const QString &text, qint64 otherwise = -1)
+{
+    qint64 msecs = otherwise;
+    return datetime::parse(text.constData(), text.size(), &msecs) ? msecs : otherwise;
+}
+
+/// Mostly four-digit years, sometimes any 64-bit count.
+qint64 randomMSecs(std::mt19937_64 &random)
+{
+    const auto any = qint64(random());
+    return random() % 4 ? any % Q_INT64_C(253402300800000) : any >> (random() % 24);
+}
+
+} // namespace
+
+TEST(DateTime, readsExactlyWhatQDateTimeReads)
+{
+    const ZoneGuard utc("UTC");
+    QLocale::setDefault(QLocale::c()); // others may have digits of their own
+    const QString alphabet = QStringLiteral("0123456789+-.,: eTxZ\t");
+    constexpr quint64 kSeed = 20240131;
+    std::mt19937_64 random(kSeed);
+    int accepted = 0;
+    for (int i = 0; i < 100000; ++i) {
+        QString text =
+            QDateTime::fromMSecsSinceEpoch(qint64(random()) % Q_INT64_C(253402300800000), Qt::UTC)
+                .toString(QLatin1String(kFormats[random() % 4]));
+        for (auto edits = random() % 4; edits > 0 && !text.isEmpty(); --edits) {
+            const int place = int(random() % uint(text.size()));
+            const QChar letter = alphabet.at(int(random() % uint(alphabet.size())));
+            if (random() % 4 == 0)
+                text.remove(place, 1);
+            else if (random() % 3 == 0)
+                text.insert(place, letter);
+            else
+                text[place] = letter;
+        }
+        QDateTime expected;
+        for (int format = 0; format < 4 && !expected.isValid(); ++format)
+            expected = QDateTime::fromString(text, QLatin1String(kFormats[format]));
+        expected.setTimeSpec(Qt::UTC);
+        accepted += expected.isValid();
+
+        qint64 msecs = 0;
+        ASSERT_EQ(datetime::parse(text.constData(), text.size(), &msecs), expected.isValid())
+            << "seed " << kSeed << ": " << text.toStdString();
+        ASSERT_EQ(msecs, expected.isValid() ? expected.toMSecsSinceEpoch() : 0)
+            << "seed " << kSeed << ": " << text.toStdString();
+        ASSERT_EQ(datetime(text).toMSecsSinceEpoch(), msecs);
+    }
+    EXPECT_GT(accepted, 10000);
+}
+
+struct DateText {
+    const char *name, *text, *printed; // null when it is no date
+};
+
+class DateTimeReading : public ::testing::TestWithParam<DateText>
+{
+};
+
+TEST_P(DateTimeReading, printsTheDigitsThatWereRead)
+{
+    const QString text = QString::fromUtf8(GetParam().text);
+    const datetime value{QStringRef(&text)};
+    EXPECT_EQ(value.isNull(), GetParam().printed == nullptr);
+    EXPECT_EQ(value.toString().isNull(), GetParam().printed == nullptr);
+    EXPECT_EQ(value.toString(), QString::fromUtf8(GetParam().printed));
+}
+
+const auto caseName = [](const auto &info) { return std::string(info.param.name); };
+
+INSTANTIATE_TEST_SUITE_P(
+    DateTime, DateTimeReading,
+    ::testing::Values(DateText{"date", "2024-01-31", "2024.01.31 00:00:00.000"},
+                      DateText{"dotted_date", "2024.02.29", "2024.02.29 00:00:00.000"},
+                      DateText{"seconds", "1969-12-31 23:59:59", "1969.12.31 23:59:59.000"},
+                      DateText{"last", "9999.12.31 23:59:59.999", "9999.12.31 23:59:59.999"},
+                      DateText{"first", "0001-01-01", "0001.01.01 00:00:00.000"},
+                      DateText{"plus_for_a_digit", "2024-+1-02", "2024.01.02 00:00:00.000"},
+                      DateText{"epoch_is_no_date", "1970-01-01", nullptr},
+                      DateText{"empty", "", nullptr},
+                      DateText{"no_leap_year", "1900-02-29", nullptr},
+                      DateText{"year_zero", "0000-01-01", nullptr},
+                      DateText{"midnight_as_24", "2024-01-31 24:00:00", nullptr},
+                      DateText{"dots_without_msecs", "2024.01.31 10:20:30", nullptr},
+                      DateText{"dashes_with_msecs", "2024-01-31 10:20:30.123", nullptr},
+                      DateText{"foreign_digit", "202٤-01-31", nullptr}),
+    caseName);
+
+class DateTimeZones : public ::testing::TestWithParam<const char *>
+{
+};
+
+// Clocks skipped 02:30 on these days in Moscow, New York and by the rule that needs no zone files.
+TEST_P(DateTimeZones, noClockChangeMovesADigit)
+{
+    const ZoneGuard zone(GetParam());
+    for (const char *text : {"2011.03.27 02:30:00.000", "2024.03.10 02:30:00.005",
+                             "2024.11.03 01:30:00.000", "1919.07.01 02:00:00.999"})
+        EXPECT_EQ(datetime(QString(text)).toString(), QString(text));
+
+    constexpr quint64 kSeed = 86400;
+    std::mt19937_64 random(kSeed);
+    for (int i = 0; i < 20000; ++i) {
+        const qint64 msecs = randomMSecs(random);
+        QString text;
+        datetime::appendText(&text, msecs);
+        ASSERT_EQ(text, QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC).toString(kFormats[0]))
+            << "seed " << kSeed << ": " << msecs;
+        if (msecs >= Q_INT64_C(-62135596800000) && msecs < Q_INT64_C(253402300800000)) {
+            ASSERT_EQ(parsed(text), msecs) << "seed " << kSeed;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(DateTime, DateTimeZones,
+                         ::testing::Values("UTC", "Europe/Moscow", "America/New_York",
+                                           "EST5EDT,M3.2.0,M11.1.0", "XXX-14"));
+
+TEST(DateTime, writesYearsOutsideFourDigitsAsQDateTimeDoes)
+{
+    for (const qint64 msecs :
+         {Q_INT64_C(-62135596800000), Q_INT64_C(-62135596800001), Q_INT64_C(-62167219200000),
+          Q_INT64_C(-62167219200001), Q_INT64_C(253402300799999), Q_INT64_C(253402300800000),
+          Q_INT64_C(-377705116800001), std::numeric_limits<qint64>::max(),
+          std::numeric_limits<qint64>::min()})
+        EXPECT_EQ(datetime(msecs).toString(),
+                  QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC).toString(kFormats[0]));
+    EXPECT_EQ(datetime(Q_INT64_C(-62135596800001)).toString(),
+              QStringLiteral("-0001.12.31 23:59:59.999"));
+}

@@ -8,6 +8,8 @@
 #include <QtCore/qvector.h>
 
 #include <algorithm>
+#include <cstring>
+#include <exception>
 #include <memory>
 #include <vector>
 
@@ -130,12 +132,6 @@ public:
     /// Appends the chunk after \p part to it; there must be one.
     void join(Entry part) { joinNext(index(part)); }
 
-    /// Moves all handles in order to out[0..count() - 1], which are live before and after, and
-    /// leaves empty ones in their places. moveBack() puts count() handles back into the same
-    /// chunks and leaves empty ones behind. FlatView pairs the two safely.
-    void copyOutMoved(T *out) noexcept;
-    void moveBack(T *in) noexcept;
-
     /// Whether the invariants hold; walks the chunks, not the handles.
     bool verify() const;
 
@@ -186,36 +182,40 @@ private:
     std::vector<int> m_starts; // invariant (3)
 };
 
-/// All handles of a list in one flat array, for work that needs one, such as sorting.
+/// All handles of a list in one flat array of plain memory, to be brought into another order.
 ///
-/// The handles move out on construction and back on destruction, into the same chunks, in the order
-/// in which they stand in the array by then; also when an exception passes. Meanwhile the list
-/// holds as many empty handles and must not be changed.
+/// The view copies the handles' bytes, not their references. On destruction the bytes go back into
+/// the same chunks in the order in which they stand by then. When an exception ends the view's
+/// life, whatever is half done is forgotten instead and the list stays in its old order: nothing is
+/// lost, although a sort that fails leaves elements behind in its buffers. Meanwhile the list may
+/// be read but not changed, and every handle must remain in the view exactly once.
 template<class T>
 class PartitionList<T>::FlatView
 {
 public:
-    explicit FlatView(PartitionList &list)
-        : m_list(list)
-        , m_items(size_t(list.count()))
+    /// A handle's bytes: trivial to copy, read as the handle, owns nothing.
+    class Loose
     {
-        m_list.copyOutMoved(m_items.data());
-    }
+    public:
+        operator const T &() const noexcept { return *reinterpret_cast<const T *>(m_bytes); }
+
+    private:
+        alignas(T) unsigned char m_bytes[sizeof(T)];
+    };
+
+    explicit FlatView(PartitionList &list);
     FlatView(const FlatView &) = delete;
     FlatView &operator=(const FlatView &) = delete;
-    ~FlatView()
-    {
-        Q_ASSERT(size_t(m_list.count()) == m_items.size());
-        m_list.moveBack(m_items.data());
-    }
+    ~FlatView();
 
     int count() const { return int(m_items.size()); }
-    T *begin() { return m_items.data(); }
-    T *end() { return m_items.data() + m_items.size(); }
+    Loose *begin() { return m_items.data(); }
+    Loose *end() { return m_items.data() + m_items.size(); }
 
 private:
-    PartitionList &m_list;
-    std::vector<T> m_items;
+    PartitionList &m_list; // borrowed
+    std::vector<Loose> m_items;
+    const int m_exceptions = std::uncaught_exceptions();
 };
 
 // ------------------------------------------------------------------------------------------------
@@ -729,23 +729,25 @@ void PartitionList<T>::clear()
 }
 
 template<class T>
-void PartitionList<T>::copyOutMoved(T *out) noexcept
+PartitionList<T>::FlatView::FlatView(PartitionList &list)
+    : m_list(list)
+    , m_items(size_t(list.count()))
 {
-    for (int c = 0; c < partCount(); ++c) {
-        Part &p = chunk(c);
-        Relocate::replace(out, p.begin, p.size);
-        Relocate::makeEmpty(p.begin, p.size);
-        out += p.size;
-    }
+    static_assert(std::is_trivially_copyable_v<Loose> && sizeof(Loose) == sizeof(T));
+    Loose *to = m_items.data();
+    for (int c = 0; c < list.partCount(); to += list.part(c++).size)
+        std::memcpy(to, static_cast<const void *>(list.part(c).begin),
+                    size_t(list.part(c).size) * sizeof(T));
 }
 
 template<class T>
-void PartitionList<T>::moveBack(T *in) noexcept
+PartitionList<T>::FlatView::~FlatView()
 {
-    for (int c = 0; c < partCount(); ++c) {
-        Part &p = chunk(c);
-        Relocate::replace(p.begin, in, p.size);
-        Relocate::makeEmpty(in, p.size);
-        in += p.size;
-    }
+    Q_ASSERT(m_list.count() == count());
+    if (std::uncaught_exceptions() > m_exceptions)
+        return;
+    const Loose *from = m_items.data();
+    for (int c = 0; c < m_list.partCount(); from += m_list.part(c++).size)
+        std::memcpy(static_cast<void *>(m_list.part(c).begin), from,
+                    size_t(m_list.part(c).size) * sizeof(T));
 }

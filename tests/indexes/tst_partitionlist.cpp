@@ -18,11 +18,16 @@ int s_allocationsUntilFailure = 0; // 0: allocation never fails
 
 } // namespace
 
-void *operator new(size_t size)
+void *operator new(size_t size, const std::nothrow_t &) noexcept
 {
     if (s_allocationsUntilFailure > 0 && --s_allocationsUntilFailure == 0)
-        throw std::bad_alloc();
-    if (void *memory = std::malloc(size))
+        return nullptr;
+    return std::malloc(size);
+}
+
+void *operator new(size_t size)
+{
+    if (void *memory = operator new(size, std::nothrow))
         return memory;
     throw std::bad_alloc();
 }

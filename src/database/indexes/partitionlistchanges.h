@@ -294,7 +294,7 @@ std::vector<typename PartitionList<T>::MergeStep> PartitionList<T>::planMerge(co
                 step.pieces = 2;
             } else {
                 step.pieces = (total + m_partSize - 2) / (m_partSize - 1);
-                step.capacity = total / step.pieces; // the chunk is never longer than its piece
+                step.capacity = 0; // it keeps a piece below partSize, which fits
             }
         }
         steps.push_back(step);

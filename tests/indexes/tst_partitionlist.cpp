@@ -5,9 +5,42 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <new>
 #include <numeric>
 #include <random>
 #include <type_traits>
+
+namespace
+{
+
+int s_allocationsUntilFailure = 0; // 0: allocation never fails
+
+} // namespace
+
+void *operator new(size_t size, const std::nothrow_t &) noexcept
+{
+    if (s_allocationsUntilFailure > 0 && --s_allocationsUntilFailure == 0)
+        return nullptr;
+    return std::malloc(size);
+}
+
+void *operator new(size_t size)
+{
+    if (void *memory = operator new(size, std::nothrow))
+        return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void *memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void *memory, size_t) noexcept
+{
+    std::free(memory);
+}
 
 namespace
 {
@@ -351,3 +384,250 @@ INSTANTIATE_TEST_SUITE_P(PartitionList, PartitionListModel,
                                            Shape{"never_joins", 8, 0},
                                            Shape{"joins_beyond_the_cut", 6, 20}),
                          [](const auto &info) { return info.param.name; });
+
+TEST_F(PartitionListTest, cutsAndJoinsAtTheDefaultSizes)
+{
+    const auto after = [](auto change) {
+        List list;
+        change(list);
+        EXPECT_TRUE(list.verify());
+        return sizes(list);
+    };
+    const auto removeFirst = [](List &list, int n) {
+        RangeSet<int> ranges;
+        ranges.addRange(0, n);
+        list.removeRanges(ranges);
+    };
+    using Sizes = std::vector<int>;
+    EXPECT_EQ(after([](List &list) {
+                  for (int i = 0; i < 10000; ++i)
+                      list.insert(list.count(), CountedHandle(i));
+              }),
+              (Sizes{5000, 5000}));
+    EXPECT_EQ(after([](List &list) { list.insert(0, handles(0, 30000)); }), (Sizes{15000, 15000}));
+    EXPECT_EQ(after([](List &list) {
+                  for (int i = 0; i < 10000; ++i)
+                      list.append(CountedHandle(i));
+              }),
+              (Sizes{9999, 1}));
+    EXPECT_EQ(after([&](List &list) {
+                  list.insert(0, handles(0, 9999 + 1));
+                  removeFirst(list, 5000 - 1); // 1 and 5000 together: not fewer than 5000
+              }),
+              (Sizes{1, 5000}));
+    EXPECT_EQ(after([&](List &list) {
+                  list.insert(0, handles(0, 10000));
+                  removeFirst(list, 4999);
+                  list.remove(5000); // 1 and 4999 together
+                  EXPECT_EQ(list.count(), 5000);
+              }),
+              (Sizes{1, 4999}));
+    EXPECT_EQ(after([&](List &list) {
+                  list.insert(0, handles(0, 10000));
+                  removeFirst(list, 4999);
+                  list.remove(5000);
+                  list.remove(4999);
+              }),
+              (Sizes{4999}));
+}
+
+TEST_F(PartitionListTest, forgivesPositionsPastTheEnd)
+{
+    List list(4, 2);
+    list.insert(0, handles(0, 3));
+    list.remove(3);
+    list.insert(0, QList<CountedHandle>());
+    RangeSet<int> ranges;
+    ranges.addRange(-3, 0);
+    ranges.addRange(2, 9);
+    list.removeRanges(ranges);
+    EXPECT_EQ(values(list), (std::vector<int>{0, 1}));
+    EXPECT_TRUE(list.at(2).isNull());
+    EXPECT_EQ(&list.at(2), &list.at(1000));
+    list.insert(0, list.at(1)); // an element of the list itself
+    EXPECT_EQ(values(list), (std::vector<int>{1, 0, 1}));
+    EXPECT_EQ(list.at(0).references(), 2);
+    list.clear();
+    EXPECT_TRUE(list.verify());
+    EXPECT_EQ(list.parts(), QVector<List::Part *>(2, nullptr));
+    EXPECT_TRUE(list.begin() == list.end());
+}
+
+TEST_F(PartitionListTest, chunksAreCreatedCutAndJoinedByHand)
+{
+    List list(6, 0);
+    list.insert(0, handles(0, 5));
+    list.split(list.parts().constData() + 1, 2);
+    EXPECT_EQ(sizes(list), (std::vector<int>{2, 3}));
+    const QVector<List::Part *> copy = list.parts(); // must not see what happens next
+    List::Part *created = list.createPart(list.parts().constData() + 2);
+    EXPECT_EQ(created->size, 0);
+    EXPECT_EQ(created->capacity, 8);
+    EXPECT_EQ(list.parts().at(2), created);
+    list.join(list.parts().constData() + 1);
+    list.join(list.parts().constData() + 1);
+    EXPECT_EQ(sizes(list), (std::vector<int>{5}));
+    EXPECT_TRUE(list.verify());
+    EXPECT_EQ(copy.size(), 4);
+    EXPECT_EQ(values(list), (std::vector<int>{0, 1, 2, 3, 4}));
+}
+
+TEST_F(PartitionListTest, growsAChunkToExactlyWhatIsNeeded)
+{
+    List list(10, 0);
+    list.insert(0, handles(0, 30));
+    EXPECT_EQ(list.part(0).capacity, 30); // held all before the cut
+    EXPECT_EQ(list.part(1).capacity, 15);
+    list.part(1).owner->insert(30, CountedHandle(30));
+    EXPECT_EQ(list.part(1).capacity, 16);
+    EXPECT_EQ(sizes(list), (std::vector<int>{15, 8, 8}));
+    EXPECT_EQ(list.part(2).capacity, 12);
+}
+
+TEST_F(PartitionListTest, failedCopyLeavesTheListAsItWas)
+{
+    List list(4, 2);
+    list.insert(0, handles(0, 7));
+    const std::vector<int> before = sizes(list);
+    const QList<CountedHandle> more = handles(7, 9);
+    const CountedHandle one(99);
+    for (const int copies : {1, 5, 9}) {
+        CountedHandle::s_copiesUntilThrow = copies;
+        EXPECT_THROW(list.insert(3, more), std::runtime_error);
+    }
+    CountedHandle::s_copiesUntilThrow = 1;
+    EXPECT_THROW(list.insert(3, one), std::runtime_error);
+    CountedHandle::s_copiesUntilThrow = 1;
+    EXPECT_THROW(list.append(one), std::runtime_error);
+    EXPECT_TRUE(list.verify());
+    EXPECT_EQ(sizes(list), before);
+    EXPECT_EQ(list.count(), 7);
+}
+
+TEST_F(PartitionListTest, failedAllocationLeavesListAndItemsAsTheyWere)
+{
+    for (const bool severalPlaces : {false, true}) {
+        for (int allocations = 0;; ++allocations) {
+            SCOPED_TRACE(allocations);
+            List list(4, 2);
+            list.insert(0, handles(0, 7));
+            const std::vector<int> layout = sizes(list);
+            std::vector<CountedHandle> items;
+            std::vector<int> positions;
+            for (int i = 0; i < 12; ++i) {
+                items.emplace_back(100 + i);
+                positions.push_back(severalPlaces ? i / 2 : 3);
+            }
+            bool failed = false;
+            s_allocationsUntilFailure = allocations + 1;
+            try {
+                list.mergeInsert(positions.data(), items.data(), 12);
+            } catch (const std::bad_alloc &) {
+                failed = true;
+            }
+            s_allocationsUntilFailure = 0;
+            ASSERT_TRUE(list.verify());
+            if (!failed) {
+                EXPECT_GT(allocations, 1) << "nothing was made to fail";
+                EXPECT_EQ(list.count(), 19);
+                break;
+            }
+            ASSERT_EQ(sizes(list), layout);
+            ASSERT_EQ(values(list), (std::vector<int>{0, 1, 2, 3, 4, 5, 6}));
+            for (int i = 0; i < 12; ++i)
+                ASSERT_EQ(items[size_t(i)].value(), 100 + i);
+        }
+    }
+}
+
+TEST_F(PartitionListTest, findsPartitionPointsWithFewQuestions)
+{
+    List list(16, 4);
+    for (int i = 0; i < 1000; ++i)
+        list.append(CountedHandle(i));
+    const int allowed = int(std::log2(list.partCount()) + std::log2(15) + 2);
+    for (int bound = 0; bound <= 1000; ++bound) {
+        int asked = 0;
+        const auto isBelow = [&](const CountedHandle &handle) {
+            ++asked;
+            return handle.value() < bound;
+        };
+        ASSERT_EQ(list.partitionPoint(isBelow), bound);
+        ASSERT_LE(asked, allowed);
+        const int from = bound * 7 % 990;
+        const int to = from + bound % 11;
+        ASSERT_EQ(list.partitionPoint(from, to, isBelow), qBound(from, bound, to)) << from;
+    }
+    EXPECT_EQ(List().partitionPoint([](const CountedHandle &) { return true; }), 0);
+}
+
+TEST_F(PartitionListTest, iteratorsJumpLikeThoseOfAnArray)
+{
+    using It = List::iterator;
+    using ConstIt = List::const_iterator;
+    using Traits = std::iterator_traits<It>;
+    static_assert(std::is_same_v<Traits::iterator_category, std::random_access_iterator_tag>);
+    static_assert(std::is_same_v<Traits::reference, CountedHandle &>);
+    static_assert(std::is_same_v<std::iterator_traits<ConstIt>::reference, const CountedHandle &>);
+    static_assert(std::is_convertible_v<It, ConstIt> && !std::is_convertible_v<ConstIt, It>);
+    static_assert(std::is_nothrow_swappable_v<It> && std::is_default_constructible_v<It>);
+
+    List list(4, 0);
+    for (int i = 0; i < 20; ++i) // chunks of 3
+        list.append(CountedHandle(i));
+    for (int a = 0; a <= 20; ++a) {
+        for (int b = 0; b <= 20; ++b) {
+            const It from = list.begin() + a;
+            const ConstIt to = list.cbegin() + b;
+            ASSERT_TRUE(from + (b - a) == to) << a << " to " << b;
+            ASSERT_TRUE(list.iteratorAt(b) == to);
+            ASSERT_EQ(to - from, b - a);
+            ASSERT_EQ(from < to, a < b);
+            ASSERT_EQ(from >= to, a >= b);
+            ASSERT_EQ(from == to, a == b);
+            if (b < 20) {
+                ASSERT_EQ(from[b - a].value(), b);
+            }
+        }
+    }
+    int expected = 20;
+    for (ConstIt it = list.end(); it != list.begin();)
+        ASSERT_EQ((--it)->value(), --expected);
+}
+
+TEST_F(PartitionListTest, standardAlgorithmsWorkAcrossChunks)
+{
+    std::mt19937 random(1);
+    const auto less = [](const CountedHandle &a, const CountedHandle &b) {
+        return a.value() / 4 < b.value() / 4;
+    };
+    const auto lessInt = [](int a, int b) { return a / 4 < b / 4; };
+    for (const int n : {0, 1, 7, 60, 500}) {
+        SCOPED_TRACE(n);
+        List list(8, 3);
+        std::vector<int> model;
+        for (int i = 0; i < n; ++i) {
+            model.push_back(int(random() % 200));
+            list.append(CountedHandle(model.back()));
+        }
+        const int copies = CountedHandle::s_copies;
+        const int middle = n / 3;
+        std::rotate(list.begin(), list.begin() + middle, list.end());
+        std::rotate(model.begin(), model.begin() + middle, model.end());
+        std::reverse(list.begin(), list.end());
+        std::reverse(model.begin(), model.end());
+        EXPECT_EQ(values(list), model);
+        std::stable_sort(list.begin(), list.begin() + middle, less);
+        std::stable_sort(model.begin(), model.begin() + middle, lessInt);
+        std::stable_sort(list.begin() + middle, list.end(), less);
+        std::stable_sort(model.begin() + middle, model.end(), lessInt);
+        std::inplace_merge(list.begin(), list.begin() + middle, list.end(), less);
+        std::inplace_merge(model.begin(), model.begin() + middle, model.end(), lessInt);
+        EXPECT_EQ(values(list), model);
+        EXPECT_EQ(CountedHandle::s_copies, copies);
+        const auto found = std::lower_bound(list.cbegin(), list.cend(), CountedHandle(100), less);
+        EXPECT_EQ(found - list.cbegin(),
+                  std::lower_bound(model.begin(), model.end(), 100, lessInt) - model.begin());
+        EXPECT_TRUE(list.verify());
+    }
+}

@@ -1,0 +1,424 @@
+#pragma once
+
+// How a PartitionList changes: bodies of its members, included at the end of partitionlist.h.
+//
+// Each change follows one pattern: find the chunks, get all memory that may be needed, and only
+// then move handles, which cannot fail. Sizes in the chunks are the truth; m_starts follows them.
+
+#include "database/indexes/partitionlist.h"
+
+// ------------------------------------------------------------------------------------------------
+// Chunks
+
+/// The first chunk with pos <= its end; partCount() if pos lies behind all of them.
+template<class T>
+int PartitionList<T>::partForInsert(int pos) const
+{
+    return int(std::lower_bound(m_starts.begin() + 1, m_starts.end(), pos) - m_starts.begin()) - 1;
+}
+
+/// A chunk outside the list, with the usual room or as much as size needs.
+template<class T>
+typename PartitionList<T>::PartPtr PartitionList<T>::makePart(int size) const
+{
+    PartPtr part = std::make_unique<Part>(const_cast<PartitionList *>(this));
+    part->realloc(qMax(size, m_partSize + 2));
+    return part;
+}
+
+/// Makes sure that adding or erasing up to extra chunks allocates nothing. Growth doubles: exact
+/// growth would copy all entries for each new chunk.
+template<class T>
+void PartitionList<T>::reserveParts(int extra)
+{
+    m_parts.detach(); // the caller of parts() may keep a copy
+    const int size = m_parts.size() + extra;
+    if (m_parts.capacity() < size)
+        m_parts.reserve(qMax(size, 2 * m_parts.capacity()));
+    if (m_starts.capacity() < size_t(size))
+        m_starts.reserve(qMax(size_t(size), 2 * m_starts.capacity()));
+}
+
+/// Makes part the c-th chunk; needs reserveParts(1).
+template<class T>
+void PartitionList<T>::placePart(int c, PartPtr part) noexcept
+{
+    m_parts.insert(c + 1, part.release());
+    renumber(c);
+}
+
+template<class T>
+void PartitionList<T>::splitInto(int c, int at, PartPtr tail) noexcept
+{
+    Part &head = chunk(c);
+    Q_ASSERT(at > 0 && at < head.size);
+    const int moved = head.size - at;
+    Relocate::move(tail->begin, head.begin + at, moved);
+    tail->resize(moved);
+    head.resize(at);
+    placePart(c + 1, std::move(tail));
+    renumber(c);
+}
+
+template<class T>
+void PartitionList<T>::joinNext(int c)
+{
+    Q_ASSERT(c >= 0 && c + 1 < partCount());
+    reserveParts(0);
+    Part &head = chunk(c);
+    const PartPtr next(&chunk(c + 1));
+    const int size = head.size + next->size;
+    if (size > head.capacity)
+        head.realloc(size);
+    Relocate::move(head.end, next->begin, next->size);
+    head.resize(size);
+    next->resize(0);
+    m_parts.remove(c + 2);
+    m_starts.erase(m_starts.begin() + c + 1);
+}
+
+template<class T>
+void PartitionList<T>::joinSmall()
+{
+    for (int c = 0; c + 1 < partCount();) {
+        if (part(c).size + part(c + 1).size < m_joinSize)
+            joinNext(c);
+        else
+            ++c;
+    }
+}
+
+template<class T>
+void PartitionList<T>::dropEmpty() noexcept
+{
+    Part **entries = m_parts.data();
+    int kept = 1;
+    for (int c = 0; c < partCount(); ++c) {
+        Part *p = entries[c + 1];
+        if (p->size == 0)
+            delete p;
+        else
+            entries[kept++] = p;
+    }
+    entries[kept] = nullptr;
+    m_parts.resize(kept + 1);
+    renumber(0);
+}
+
+/// Counts n more handles in chunk c.
+template<class T>
+void PartitionList<T>::shiftStarts(int c, int n) noexcept
+{
+    for (auto start = m_starts.begin() + c + 1; start != m_starts.end(); ++start)
+        *start += n;
+}
+
+/// Restores invariant (3) from chunk c on after chunks came, went or changed.
+template<class T>
+void PartitionList<T>::renumber(int c) noexcept
+{
+    m_starts.resize(size_t(partCount()) + 1);
+    for (; c < partCount(); ++c)
+        m_starts[size_t(c) + 1] = m_starts[size_t(c)] + part(c).size;
+}
+
+template<class T>
+typename PartitionList<T>::Part *PartitionList<T>::createPart(Entry at)
+{
+    const int c = index(at);
+    PartPtr part = makePart(0);
+    Part *created = part.get();
+    reserveParts(1);
+    placePart(c, std::move(part));
+    return created;
+}
+
+template<class T>
+void PartitionList<T>::split(Entry part, int at)
+{
+    const int c = index(part);
+    PartPtr tail = makePart((*part)->size - at);
+    reserveParts(1);
+    splitInto(c, at, std::move(tail));
+}
+
+// ------------------------------------------------------------------------------------------------
+// Changes
+
+template<class T>
+void PartitionList<T>::insert(int pos, const T &value)
+{
+    T copy(value); // value may stand in a chunk that moves
+    insertBlock(pos, &copy, 1);
+}
+
+template<class T>
+void PartitionList<T>::insert(int pos, const QList<T> &list)
+{
+    std::vector<T> copies(list.cbegin(), list.cend());
+    insertBlock(pos, copies.data(), int(copies.size()));
+}
+
+/// Moves n items before position pos and leaves empty ones behind.
+template<class T>
+void PartitionList<T>::insertBlock(int pos, T *items, int n)
+{
+    Q_ASSERT(pos >= 0);
+    if (n <= 0)
+        return;
+    const int c = partForInsert(pos);
+    PartPtr fresh = c == partCount() ? makePart(0) : nullptr;
+    Part &target = fresh ? *fresh : chunk(c);
+    const int offset = fresh ? 0 : pos - partStart(c);
+    const int size = target.size + n;
+    PartPtr tail = size >= m_partSize ? makePart(size - size / 2) : nullptr;
+    if (size > target.capacity)
+        target.realloc(size);
+    reserveParts(2);
+
+    // All memory is there: nothing below can fail.
+    target.openGap(offset, n);
+    Relocate::move(target.begin + offset, items, n);
+    Relocate::makeEmpty(items, n);
+    if (fresh)
+        placePart(c, std::move(fresh));
+    else
+        shiftStarts(c, n);
+    if (tail)
+        splitInto(c, size / 2, std::move(tail));
+}
+
+template<class T>
+void PartitionList<T>::append(const T &value)
+{
+    const int c = partCount() - 1;
+    if (c >= 0 && part(c).size + 1 < m_partSize) {
+        Part &last = chunk(c);
+        new (last.end) T(value);
+        last.resize(last.size + 1);
+        ++m_starts.back();
+        return;
+    }
+    PartPtr fresh = makePart(0);
+    reserveParts(1);
+    new (fresh->end) T(value);
+    fresh->resize(1);
+    placePart(c + 1, std::move(fresh));
+}
+
+/// Fills a row of chunks from its last place backwards.
+template<class T>
+class PartitionList<T>::BackWriter
+{
+public:
+    BackWriter(Entry pieces, int count)
+        : m_piece(pieces + count - 1)
+        , m_to((*m_piece)->end)
+    {
+    }
+
+    void put(const T *from, int n) noexcept
+    {
+        while (n > 0) {
+            if (m_to == (*m_piece)->begin) {
+                --m_piece;
+                m_to = (*m_piece)->end;
+            }
+            const int fits = qMin(n, int(m_to - (*m_piece)->begin));
+            n -= fits;
+            m_to -= fits;
+            Relocate::move(m_to, from + n, fits);
+        }
+    }
+
+private:
+    Entry m_piece;
+    T *m_to;
+};
+
+template<class T>
+void PartitionList<T>::mergeInsert(const int *positions, T *items, int n)
+{
+    Q_ASSERT(std::is_sorted(positions, positions + n));
+    if (n <= 0)
+        return;
+    if (partCount() == 0 || positions[0] == positions[n - 1]) {
+        insertBlock(qMin(positions[0], count()), items, n);
+        return;
+    }
+    const std::vector<MergeStep> steps = planMerge(positions, n);
+    std::vector<PartPtr> spares;
+    for (const MergeStep &step : steps) {
+        const int total = part(step.part).size + step.last - step.first;
+        for (int j = 1; j < step.pieces; ++j)
+            spares.push_back(makePart(total / step.pieces + 1));
+        if (chunk(step.part).capacity < step.capacity)
+            chunk(step.part).realloc(step.capacity);
+    }
+    QVector<Part *> parts;
+    parts.reserve(m_parts.size() + int(spares.size()));
+    m_starts.reserve(size_t(parts.capacity()));
+
+    // All memory is there: nothing below can fail.
+    auto spare = spares.begin();
+    Entry from = m_parts.constData(); // entries before it stand in parts
+    for (const MergeStep &step : steps) {
+        for (const Entry next = firstEntry() + step.part + 1; from != next; ++from)
+            parts.append(*from);
+        const int first = parts.size() - 1;
+        for (int j = 1; j < step.pieces; ++j)
+            parts.append((spare++)->release());
+        mergeInto(parts.constData() + first, step, positions, items);
+    }
+    for (; from != m_parts.constData() + m_parts.size(); ++from)
+        parts.append(*from);
+    m_parts.swap(parts);
+    renumber(0);
+    Relocate::makeEmpty(items, n);
+}
+
+template<class T>
+std::vector<typename PartitionList<T>::MergeStep> PartitionList<T>::planMerge(const int *positions,
+                                                                              int n) const
+{
+    std::vector<MergeStep> steps;
+    for (int first = 0; first < n;) {
+        Q_ASSERT(positions[first] >= 0 && positions[n - 1] <= count());
+        const int c = partForInsert(positions[first]);
+        const int *end = std::upper_bound(positions + first, positions + n, partStart(c + 1));
+        const int last = int(end - positions);
+        const int total = part(c).size + last - first;
+        MergeStep step{c, first, last, 1, total};
+        if (total >= m_partSize) {
+            if (positions[first] == positions[last - 1]) {
+                step.pieces = 2;
+            } else {
+                step.pieces = (total + m_partSize - 2) / (m_partSize - 1);
+                step.capacity = 0; // it keeps a piece below partSize, which fits
+            }
+        }
+        steps.push_back(step);
+        first = last;
+    }
+    return steps;
+}
+
+/// Merges the items of one step into its chunk, pieces[0], and on into the empty pieces after it.
+/// From the back, so that no handle of the chunk is overwritten before it has moved on: the place
+/// written to never lies before the handles still to be read.
+template<class T>
+void PartitionList<T>::mergeInto(Entry pieces, const MergeStep &step, const int *positions,
+                                 T *items) noexcept
+{
+    const T *old = pieces[0]->begin;
+    int unread = pieces[0]->size;
+    const int start = partStart(step.part);
+    const int total = unread + step.last - step.first;
+    for (int j = 0; j < step.pieces; ++j) {
+        const int pieceEnd = pieceStart(total, step.pieces, j + 1);
+        pieces[j]->resize(pieceEnd - pieceStart(total, step.pieces, j));
+    }
+    BackWriter writer(pieces, step.pieces);
+    for (int last = step.last; last > step.first;) {
+        int first = last - 1;
+        while (first > step.first && positions[first - 1] == positions[first])
+            --first;
+        const int offset = positions[first] - start;
+        writer.put(old + offset, unread - offset);
+        unread = offset;
+        writer.put(items + first, last - first);
+        last = first;
+    }
+    writer.put(old, unread);
+}
+
+template<class T>
+void PartitionList<T>::remove(int pos)
+{
+    if (pos >= count())
+        return;
+    reserveParts(0);
+    const Place place = locate(pos);
+    const int c = place.part;
+    Part &from = chunk(c);
+    // Dropped last, when the list is whole again: the release of a row may run foreign code.
+    const T removed(std::move(from.begin[place.offset]));
+    std::destroy_at(from.begin + place.offset);
+    from.closeGap(place.offset, 1);
+    shiftStarts(c, -1);
+    if (from.size == 0) {
+        delete &from;
+        m_parts.remove(c + 1);
+        m_starts.erase(m_starts.begin() + c);
+        return;
+    }
+    if (c + 1 < partCount() && from.size + part(c + 1).size < m_joinSize)
+        joinNext(c);
+    if (c > 0 && part(c - 1).size + from.size < m_joinSize)
+        joinNext(c - 1);
+}
+
+/// Removes the covered positions: to out, or for good when out is null.
+template<class T>
+int PartitionList<T>::removeCovered(const RangeSet<int> &ranges, T *out)
+{
+    reserveParts(0);
+    const QList<int> &bounds = ranges.bounds();
+    int taken = 0;
+    int pos = 0; // everything before is done; m_starts stays as it was until the end
+    for (int next = 0; next < bounds.size();) {
+        pos = qMax(pos, bounds.at(next));
+        if (pos >= count())
+            break;
+        const int c = locate(pos).part;
+        taken += takeFromPart(c, bounds, &next, out ? out + taken : nullptr);
+        pos = partStart(c + 1);
+    }
+    if (taken > 0)
+        dropEmpty();
+    joinSmall();
+    return taken;
+}
+
+/// Takes chunk c's share of the ranges from bound *next on, closes the gaps in one pass and moves
+/// *next past the ranges that end here.
+template<class T>
+int PartitionList<T>::takeFromPart(int c, const QList<int> &bounds, int *next, T *out) noexcept
+{
+    Part &from = chunk(c);
+    const int start = partStart(c);
+    const int limit = partStart(c + 1);
+    int taken = 0;
+    int read = 0;    // offset of the first handle not looked at
+    int written = 0; // offset of the place for the next handle that stays
+    while (*next < bounds.size() && bounds.at(*next) < limit) {
+        const int a = qMax(bounds.at(*next), start) - start;
+        const int b = qMin(bounds.at(*next + 1), limit) - start;
+        Relocate::move(from.begin + written, from.begin + read, a - read);
+        written += a - read;
+        read = b;
+        if (out)
+            Relocate::replace(out + taken, from.begin + a, b - a);
+        else
+            std::destroy_n(from.begin + a, b - a);
+        taken += b - a;
+        if (bounds.at(*next + 1) > limit)
+            break; // goes on in the next chunk
+        *next += 2;
+    }
+    Relocate::move(from.begin + written, from.begin + read, from.size - read);
+    from.resize(written + from.size - read);
+    return taken;
+}
+
+template<class T>
+void PartitionList<T>::clear()
+{
+    reserveParts(0);
+    while (partCount() > 0) {
+        // Out of the list before its handles are dropped: the release of a row may look at it.
+        const PartPtr last(&chunk(partCount() - 1));
+        m_parts.remove(partCount());
+        m_starts.pop_back();
+    }
+}

@@ -3,7 +3,18 @@
 #
 # Every header under src/database is public unless its name says otherwise (…private.h, …_p.h) or
 # it is listed here, with its path below src/database.
-set(DATABASE_PRIVATE_HEADERS)
+set(DATABASE_PRIVATE_HEADERS
+    bcdiipairs.h
+    bcdiiround.h
+    indexes/concurrentsort.h
+    indexes/sortbatch.h
+    indexes/tablelocker.h
+    services/concurrently.h
+    services/threadannotations.h
+    tables/firsterror.h
+    values/localetext.h
+    values/numberscanner.h
+    values/xdecimalreader.h)
 
 include(CMakePackageConfigHelpers)
 

@@ -1,0 +1,223 @@
+#include "database/tables/field.h"
+
+#include "database/services/exception.h"
+
+#include <QtCore/qdatetime.h>
+#include <QtCore/qdebug.h>
+#include <QtCore/qlocale.h>
+
+namespace
+{
+
+[[noreturn]] void throwIncorrectType()
+{
+    throw QStringLiteral("Incorrect type of field.");
+}
+
+} // namespace
+
+QString Field::toString() const
+{
+    if (isNull())
+        return QString();
+    switch (m_column->type) {
+    case FieldType::Undefined:
+        return QString();
+    case FieldType::Integer:
+        return QString::number(stored<qint32>());
+    case FieldType::Integer64:
+        return QString::number(stored<qint64>());
+    case FieldType::Double:
+        return QString::number(stored<double>(), 'g', QLocale::FloatingPointShortest);
+    case FieldType::Decimal:
+        return stored<decimal>().toString();
+    case FieldType::VarChar:
+        return FieldType::getString(m_value, m_column->length);
+    case FieldType::DateTime:
+        return stored<datetime>().toString();
+    case FieldType::BoardList:
+        return QStringLiteral("[BoardList]");
+    case FieldType::XDecimal:
+        return stored<xdecimal>().toString();
+    }
+    throwIncorrectType();
+}
+
+QString Field::toSystemString() const
+{
+    if (isNull())
+        return QString();
+    switch (m_column->type) {
+    case FieldType::Integer:
+        return QLocale::system().toString(stored<qint32>());
+    case FieldType::Integer64:
+        return QLocale::system().toString(stored<qint64>());
+    case FieldType::Double:
+        return QLocale::system().toString(stored<double>(), 'g', 6);
+    case FieldType::Decimal:
+        return stored<decimal>().toSystemString();
+    case FieldType::VarChar:
+        return toString();
+    case FieldType::DateTime:
+        return stored<datetime>().toSystemString();
+    case FieldType::BoardList:
+        return stored<boardlist>().toString();
+    case FieldType::XDecimal:
+        return stored<xdecimal>().toSystemString();
+    case FieldType::Undefined:
+        break;
+    }
+    throwIncorrectType();
+}
+
+QVariant Field::toVariant() const
+{
+    if (isNull())
+        return QVariant();
+    switch (m_column->type) {
+    case FieldType::Integer:
+        return QVariant(stored<qint32>());
+    case FieldType::Integer64:
+        return QVariant(stored<qint64>());
+    case FieldType::Double:
+        return QVariant(stored<double>());
+    case FieldType::Decimal:
+        return stored<decimal>().toVariant();
+    case FieldType::VarChar:
+        return QVariant(toString());
+    case FieldType::DateTime:
+        return QVariant(QDateTime::fromMSecsSinceEpoch(stored<qint64>(), Qt::UTC));
+    case FieldType::BoardList:
+        return QVariant(stored<boardlist>().toString());
+    case FieldType::XDecimal:
+        return stored<xdecimal>().toVariant();
+    case FieldType::Undefined:
+        break;
+    }
+    return QVariant();
+}
+
+QString Field::asStaticString() const
+{
+    if (isNull())
+        return QString();
+    if (m_column->type != FieldType::VarChar)
+        throwIncorrectType();
+    return FieldType::getStaticString(m_value, m_column->length);
+}
+
+QChar Field::asChar() const
+{
+    if (isNull())
+        throw QStringLiteral("String is null for QChar");
+    return toChar();
+}
+
+QChar Field::toChar() const
+{
+    if (isNull())
+        return QChar();
+    if (m_column->type != FieldType::VarChar)
+        throwIncorrectType();
+    if (m_column->length != 1)
+        throw QStringLiteral("String length is not 1 for QChar: %1.").arg(m_column->length);
+    return QChar(stored<ushort>());
+}
+
+const char *Field::typeName() const
+{
+    switch (m_column->type) {
+    case FieldType::Undefined:
+        return "Invalid";
+    case FieldType::VarChar:
+        return "String";
+    case FieldType::Integer:
+    case FieldType::Integer64:
+    case FieldType::Double:
+    case FieldType::Decimal:
+    case FieldType::DateTime:
+    case FieldType::XDecimal:
+        return FieldType::typeName(m_column->type);
+    case FieldType::BoardList:
+        break;
+    }
+    return "undefined";
+}
+
+Field &Field::operator=(const QStringRef &text)
+{
+    if (text.isEmpty() && m_column->nullable) {
+        setNull();
+        return *this;
+    }
+    bool ok = true;
+    switch (m_column->type) {
+    case FieldType::Integer: {
+        const qint32 number = text.toInt(&ok);
+        if (!ok)
+            unreadableText(text, m_column->type);
+        store(number);
+        break;
+    }
+    case FieldType::Integer64: {
+        const qint64 number = text.toLongLong(&ok);
+        if (!ok)
+            unreadableText(text, m_column->type);
+        store(number);
+        break;
+    }
+    case FieldType::Double: {
+        const double number = text.toDouble(&ok);
+        if (!ok)
+            unreadableText(text, m_column->type);
+        store(number);
+        break;
+    }
+    case FieldType::Decimal:
+        store(decimal(text));
+        break;
+    case FieldType::VarChar:
+        FieldType::setString(m_value, m_column->length, text);
+        setPresent();
+        break;
+    case FieldType::DateTime: {
+        qint64 msecs = 0;
+        if (!datetime::parse(text.unicode(), text.size(), &msecs))
+            msecs = 0;
+        store(msecs);
+        break;
+    }
+    case FieldType::XDecimal:
+        store(xdecimal(text));
+        break;
+    default:
+        incompatibleType(m_column->type, FieldType::VarChar);
+    }
+    return *this;
+}
+
+void Field::incompatibleType(FieldType::Type from, FieldType::Type to)
+{
+    throw Exception(
+        QStringLiteral("Can't convert from %1 to %2")
+            .arg(QLatin1String(FieldType::typeName(from)), QLatin1String(FieldType::typeName(to))));
+}
+
+void Field::incompatibleType(FieldType::Type to) const
+{
+    incompatibleType(m_column->type, to);
+}
+
+void Field::unreadableText(const QStringRef &text, FieldType::Type to)
+{
+    throw Exception(QStringLiteral("Can't convert from '%1'' to %2")
+                        .arg(text, QLatin1String(FieldType::typeName(to))));
+}
+
+QDebug operator<<(QDebug debug, const Field &field)
+{
+    const QDebugStateSaver saver(debug);
+    debug.nospace().noquote() << (field.isNull() ? QStringLiteral("NULL") : field.toString())
+                              << ' ';
+    return debug;
+}

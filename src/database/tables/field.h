@@ -1,0 +1,176 @@
+#pragma once
+
+#include "database/database_global.h"
+#include "database/decimal.h"
+#include "database/tables/columndef.h"
+#include "database/values/boardlist.h"
+#include "database/values/datetime.h"
+#include "database/xdecimal.h"
+
+#include <QtCore/qstring.h>
+#include <QtCore/qvariant.h>
+
+#include <cstring>
+
+class QDebug;
+
+/// The column type whose cells hold a C++ type as it stands. QString belongs to VarChar, but its
+/// cells are not a QString in memory, so Field treats it apart.
+template<class T>
+struct CellType;
+template<>
+struct CellType<qint32> {
+    static constexpr FieldType::Type value = FieldType::Integer;
+};
+template<>
+struct CellType<qint64> {
+    static constexpr FieldType::Type value = FieldType::Integer64;
+};
+template<>
+struct CellType<double> {
+    static constexpr FieldType::Type value = FieldType::Double;
+};
+template<>
+struct CellType<decimal> {
+    static constexpr FieldType::Type value = FieldType::Decimal;
+};
+template<>
+struct CellType<QString> {
+    static constexpr FieldType::Type value = FieldType::VarChar;
+};
+template<>
+struct CellType<datetime> {
+    static constexpr FieldType::Type value = FieldType::DateTime;
+};
+template<>
+struct CellType<boardlist> {
+    static constexpr FieldType::Type value = FieldType::BoardList;
+};
+template<>
+struct CellType<xdecimal> {
+    static constexpr FieldType::Type value = FieldType::XDecimal;
+};
+
+/// The typed view of one cell: where its value and its presence bit lie, and the column that says
+/// how to read them. A cell whose presence bit is clear is NULL.
+///
+/// Borrows the column and the row: valid while both live and the table's columns do not change.
+/// Copying a Field copies the view, not the value. Nothing is written when a conversion throws.
+class DATABASE_EXPORT Field
+{
+public:
+    Field(const TableColumnDef *column, uchar *value, uchar *presence, qint32 mask)
+        : m_column(column)
+        , m_value(value)
+        , m_presence(presence)
+        , m_mask(mask)
+    {
+    }
+    Field(const Field &) = default;
+    Field &operator=(const Field &) = default;
+
+    const TableColumnDef *column() const { return m_column; }
+    bool isNull() const { return (*m_presence & m_mask) != m_mask; }
+    void setNull() { *m_presence = uchar(*m_presence & ~m_mask); }
+
+    /// The value as the C++ type of the column: qint32, qint64, double, decimal, QString, datetime,
+    /// boardlist or xdecimal. A NULL cell reads as T().
+    /// \throws Exception "Can't convert from %1 to %2" when T belongs to another column type
+    template<class T>
+    T value() const;
+    /// Stores a value of the column's C++ type; a QString is cut to the column's length. A NULL
+    /// xdecimal makes the cell NULL.
+    /// \throws Exception as value()
+    template<class T>
+    void setValue(const T &value);
+
+    /// The value as text; a null string for a NULL cell and for no date. Doubles are the shortest
+    /// text that reads back exactly. A BoardList is always "[BoardList]".
+    /// \throws QString "Incorrect type of field." for a column type outside the list
+    QString toString() const;
+    /// The value in the conventions of the system's locale. \throws QString as toString()
+    QString toSystemString() const;
+    /// The value as a variant (DateTime as a QDateTime in UTC); invalid for NULL.
+    QVariant toVariant() const;
+    /// A VarChar cell without a copy: valid while the row is alive and unchanged.
+    /// \throws QString "Incorrect type of field." for another type
+    QString asStaticString() const;
+    /// The character of a VarChar[1]. \throws QString for NULL, other lengths and other types
+    QChar asChar() const;
+    /// asChar(), but the null character for NULL.
+    QChar toChar() const;
+
+    /// The older names: "Invalid", "Integer", "Integer64", "Double", "Decimal", "String",
+    /// "DateTime", "XDecimal" and "undefined". FieldType::typeName() is the other table.
+    const char *typeName() const;
+
+    /// Parses a text into the cell; the empty text makes a nullable cell NULL. A date that fits no
+    /// format is stored as 0.
+    /// \throws Exception "Can't convert from '%1'' to %2" for a number that does not parse, "Can't
+    /// convert from %1 to %2" for a BoardList; QString from the decimal types
+    Field &operator=(const QStringRef &text);
+
+    /// \throws Exception always: "Can't convert from %1 to %2" with the two type names
+    [[noreturn]] static void incompatibleType(FieldType::Type from, FieldType::Type to);
+    /// \throws Exception always, with this field's column type as the first name
+    [[noreturn]] void incompatibleType(FieldType::Type to) const;
+    /// \throws Exception always: "Can't convert from '%1'' to %2" with the text and the type name
+    [[noreturn]] static void unreadableText(const QStringRef &text, FieldType::Type to);
+
+protected:
+    template<class T>
+    T stored() const
+    {
+        T result;
+        std::memcpy(static_cast<void *>(&result), m_value, sizeof(T));
+        return result;
+    }
+    template<class T>
+    void store(const T &value)
+    {
+        std::memcpy(m_value, static_cast<const void *>(&value), sizeof(T));
+        setPresent();
+    }
+    void setPresent() { *m_presence = uchar(*m_presence | m_mask); }
+
+    const TableColumnDef *m_column; // borrowed
+    uchar *m_value;
+    uchar *m_presence;
+    qint32 m_mask;
+};
+
+DATABASE_EXPORT QDebug operator<<(QDebug debug, const Field &field);
+
+// ---------------------------------------------------------------------------------------------
+
+template<class T>
+T Field::value() const
+{
+    if (m_column->type != CellType<T>::value)
+        incompatibleType(CellType<T>::value);
+    if (isNull())
+        return T();
+    if constexpr (std::is_same_v<T, QString>)
+        return FieldType::getString(m_value, m_column->length);
+    else
+        return stored<T>();
+}
+
+template<class T>
+void Field::setValue(const T &value)
+{
+    if (m_column->type != CellType<T>::value)
+        incompatibleType(CellType<T>::value, m_column->type);
+    if constexpr (std::is_same_v<T, QString>) {
+        FieldType::setString(m_value, m_column->length, value);
+        setPresent();
+    } else {
+        if constexpr (std::is_same_v<T, xdecimal>) {
+            if (value.isNull()) {
+                setNull();
+                return;
+            }
+        }
+        store(value);
+    }
+}

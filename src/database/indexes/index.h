@@ -1,0 +1,126 @@
+#pragma once
+
+#include "database/database_global.h"
+#include "database/decimal.h"
+#include "database/record.h"
+
+#include <QtCore/qelapsedtimer.h>
+#include <QtCore/qlist.h>
+#include <QtCore/qpointer.h>
+#include <QtCore/qstring.h>
+
+class Table;
+
+/// A view that a table keeps over its rows: what every index implements, and how a table's batches
+/// reach it.
+///
+/// The road of one batch, on the thread of the table's update:
+///  1. preprocess() of every index, while updated rows still hold their old values: an index that
+///     must find a row by its old key does it here;
+///  2. the new values reach the live rows;
+///  3. process() of the master index, then of every other index in the order of registration.
+/// A batch that an index submits to its own table meanwhile is queued, so an index never sees a
+/// second batch inside process().
+///
+/// Filled by build(), then kept current by the table only. The application owns an index. The time
+/// figures are plain counters.
+class DATABASE_EXPORT Index
+{
+public:
+    Index();
+    Index(const Index &) = delete;
+    Index &operator=(const Index &) = delete;
+    virtual ~Index();
+
+    /// Drops every record.
+    virtual void clear() = 0;
+    /// Fills the index from the table's rows.
+    virtual void build() = 0;
+    /// clear(), then build().
+    virtual void rebuild();
+    /// Inserts one record that filter() accepted.
+    virtual void add(const Record &record) = 0;
+    /// Looks at a batch before it is applied: the live rows that leave, the live rows whose columns
+    /// \p colFrom..colTo change, the new rows, and in step with \p updated rows with the new
+    /// values.
+    virtual void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
+                            int colTo, const QList<Record> &inserted,
+                            const QList<Record> &updatedValues);
+    /// Applies a batch: here remove() for each removed record, update() for each updated one, and
+    /// add() for each inserted one that filter() accepts, timed.
+    virtual void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
+                         int colTo, const QList<Record> &inserted);
+    /// Takes one record out; \p index is its position in the index, or -1.
+    virtual void remove(const Record &record, int index) = 0;
+    /// Whether the record belongs in this index.
+    virtual bool filter(const Record &record) const = 0;
+    /// Whether the record is in this index now.
+    virtual bool contains(const Record &record) const = 0;
+    /// One record's columns changed: here remove(), then add() if filter() accepts it.
+    virtual void update(const Record &record, int colFrom, int colTo, int index);
+    /// Position in index order; -1 when unknown or not there.
+    virtual int indexOf(const Record &record) const;
+    /// The table's update bracket opens and closes.
+    virtual void beginUpdate();
+    virtual void endUpdate();
+    /// The update bracket of a table that this index depends on opens and closes.
+    virtual void dependentBeginUpdate(Table *table);
+    virtual void dependentEndUpdate(Table *table);
+    /// The class's name as text, "IndexSort".
+    virtual QString getClassName() const = 0;
+
+    /// Nanoseconds spent in process().
+    qint64 nsecsElapsed() const { return m_nsecsElapsed; }
+    void setNsecsElapsed(const qint64 &nsecs) { m_nsecsElapsed = nsecs; }
+    /// The sum over all indexes of the process.
+    static qint64 nsecsElapsedTotal() { return m_nsecsElapsedTotal; }
+    /// This index's share of the total, in percent to hundredths; 0 below 10000 ns in total.
+    decimal percentElapsed() const;
+
+protected:
+    /// Times one process() call from construction to destruction.
+    class ProcessTiming
+    {
+    public:
+        explicit ProcessTiming(Index &index)
+            : m_index(index)
+        {
+            m_index.m_timer.start();
+        }
+        ~ProcessTiming()
+        {
+            // Read twice, so the total runs slightly ahead of the sum of the indexes.
+            m_index.m_nsecsElapsed += m_index.m_timer.nsecsElapsed();
+            m_nsecsElapsedTotal += m_index.m_timer.nsecsElapsed();
+        }
+        ProcessTiming(const ProcessTiming &) = delete;
+        ProcessTiming &operator=(const ProcessTiming &) = delete;
+
+    private:
+        Index &m_index;
+    };
+
+private:
+    QElapsedTimer m_timer; // invalid until the first batch
+    qint64 m_nsecsElapsed = 0;
+    static qint64 m_nsecsElapsedTotal;
+};
+
+/// An index's place in its table's registry, given up when the index goes, whichever of the two
+/// goes first.
+class DATABASE_EXPORT IndexRegistration
+{
+public:
+    /// Registers \p index with \p table unless told not to.
+    IndexRegistration(Table *table, Index *index, bool addToTable);
+    ~IndexRegistration();
+    IndexRegistration(const IndexRegistration &) = delete;
+    IndexRegistration &operator=(const IndexRegistration &) = delete;
+
+    bool addToTable() const { return m_addToTable; }
+
+private:
+    QPointer<Table> m_table; // null once the table is gone
+    Index *m_index;
+    bool m_addToTable;
+};

@@ -1,0 +1,144 @@
+#pragma once
+
+#include "database/indexes/indexlist.h"
+
+#include <QtCore/qmap.h>
+
+#include <vector>
+
+/// A table's records, as far as filter() accepts them, in the order of a comparison that a subclass
+/// supplies.
+///
+/// Invariants:
+///  (1) Along the list compare() never decreases, outside a batch and as long as keys change only
+///      through the table's batches and update().
+///  (2) Records of equal keys keep the order in which they came: a new record, and one whose key
+///      moved it out of order, goes behind all records with its key.
+///  (3) A record stands in the list at most once.
+///
+/// A batch of m changes over n records costs O(m log n) comparisons and one pass over the chunks
+/// that it touches: preprocess() notes the positions by the old keys. A batch that comes without
+/// preprocess() finds changed keys by a scan of the handles.
+///
+/// compare() and filter() see rows that nobody writes meanwhile; compare() is called from several
+/// threads at once while the index sorts. An index whose compare() or filter() throws inside a
+/// batch has to be rebuilt.
+class DATABASE_EXPORT IndexSort : public IndexList
+{
+public:
+    /// compare(a, b) < 0, for sorts and merges.
+    class LessThan
+    {
+    public:
+        explicit LessThan(const IndexSort *index)
+            : m_index(index)
+        {
+        }
+        bool operator()(const Record &a, const Record &b) const
+        {
+            return m_index->compare(a, b) < 0;
+        }
+
+    private:
+        const IndexSort *m_index;
+    };
+
+    /// compare(element, key), for searches.
+    class Compare
+    {
+    public:
+        explicit Compare(const IndexSort *index)
+            : m_index(index)
+        {
+        }
+        int operator()(const Record &element, const Record &key) const
+        {
+            return m_index->compare(element, key);
+        }
+
+    private:
+        const IndexSort *m_index;
+    };
+
+    IndexSort(Table *table, bool addToTable);
+    ~IndexSort() override;
+
+    void build() override;
+    void add(const Record &record) override;
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
+                    int colTo, const QList<Record> &inserted,
+                    const QList<Record> &updatedValues) override;
+    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
+                 const QList<Record> &inserted) override;
+    /// Puts a record that already holds its new values where it belongs. A key that changed unseen
+    /// is found by a scan, with a warning.
+    void update(const Record &record, int colFrom, int colTo, int index) override;
+    /// Position of this very row, by its key; by a scan where the key no longer fits its place.
+    int indexOf(const Record &record) const override;
+    QString getClassName() const override;
+    /// As IndexList::move(). Only for records of equal keys does the order stay sorted.
+    void move(int first, int last, int to) override;
+
+    /// Negative if \p a sorts before \p b, 0 for equal keys, positive if after.
+    virtual int compare(const Record &a, const Record &b) const = 0;
+    /// The record at search(key, from), or a null record.
+    virtual Record find(const Record &key, int from) const;
+
+    // Searches look at the positions from + 1 .. count() - 1; -1 means that nothing matches.
+
+    /// The first position that compares equal. O(log n).
+    virtual int search(const Record &key, int from) const;
+    /// The last position that compares equal. O(log n).
+    virtual int searchLast(const Record &key, int from) const;
+    /// Walks from position from + 1 to the first match and returns the number of records stepped
+    /// over: counted from from + 1, not from 0.
+    virtual int searchFull(const Record &key, int from) const;
+    /// Sorts the whole list again, stably; 512 records and more on several threads.
+    virtual void resort();
+
+    /// Where a new record would be inserted: behind all records with its key.
+    int indexOfAdd(const Record &record) const;
+    /// The position of each record, -1 where it does not stand in the index. One scan at most.
+    QMap<Record, int> indexOfs(const QList<Record> &records) const;
+
+    /// The first position behind \p from whose element compares equal to \p key by
+    /// \p compare(element, key), or -1.
+    template<class Key, class Comparison>
+    int searchBinary(const Key &key, int from, Comparison compare) const;
+
+private:
+    friend class SortBatch;
+
+    /// What preprocess() found of one removed or updated record.
+    struct Note {
+        const uchar *row;
+        int position;
+    };
+
+    /// A row whose position goes to a slot of a list of positions.
+    struct Wanted {
+        const uchar *row;
+        int slot;
+    };
+
+    int findByKey(const Record &record) const;
+    int lowerBound(const Record &key) const;
+    int upperBound(const Record &key, int from) const;
+    void scanForRows(std::vector<Wanted> &wanted, std::vector<int> &positions) const;
+    bool inOrder(int before, const Record &record, int after) const;
+
+    std::vector<Note> m_notes; // a batch's removed, then updated records; empty outside a batch
+};
+
+// ------------------------------------------------------------------------------------------------
+
+template<class Key, class Comparison>
+int IndexSort::searchBinary(const Key &key, int from, Comparison compare) const
+{
+    const int first = qMax(from, -1) + 1;
+    if (first >= count())
+        return -1;
+    const int position = m_list.partitionPoint(
+        first, count(), [&](const Record &element) { return compare(element, key) < 0; });
+    return position < count() && compare(m_list.at(position), key) == 0 ? position : -1;
+}

@@ -1,0 +1,236 @@
+#include "database/indexes/sortbatch.h"
+
+#include "database/indexes/concurrentsort.h"
+
+#include <algorithm>
+
+SortBatch::SortBatch(IndexSort &index, const QList<Record> &removed, const QList<Record> &updated,
+                     const QList<Record> &inserted)
+    : m_index(index)
+    , m_removed(removed)
+    , m_updated(updated)
+    , m_inserted(inserted)
+{
+}
+
+void SortBatch::run()
+{
+    locate();
+    m_index.m_notes.clear();
+    collectAffected();
+    decide();
+    takeOut();
+    gatherPending();
+    mergePending();
+}
+
+const Record &SortBatch::batchRecord(int slot) const
+{
+    return slot < m_removed.size() ? m_removed.at(slot) : m_updated.at(slot - m_removed.size());
+}
+
+// Positions ---------------------------------------------------------------------------------------
+
+void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
+                          const QList<Record> &updated)
+{
+    std::vector<int> positions;
+    std::vector<IndexSort::Wanted> wanted;
+    std::vector<IndexSort::Note> notes;
+    positions.reserve(size_t(removed.size() + updated.size()));
+    const auto note = [&](const Record &record) {
+        const int position = index.findByKey(record);
+        // A record that belongs here but does not stand where its key says: its key has changed
+        // behind the index's back.
+        if (position == -1 && index.filter(record))
+            wanted.push_back({record.row(), int(positions.size())});
+        positions.push_back(position);
+    };
+    for (const Record &record : removed)
+        note(record);
+    for (const Record &record : updated)
+        note(record);
+    index.scanForRows(wanted, positions);
+
+    notes.reserve(positions.size());
+    for (size_t i = 0; i < positions.size(); ++i) {
+        const int slot = int(i);
+        const Record &record =
+            slot < removed.size() ? removed.at(slot) : updated.at(slot - removed.size());
+        notes.push_back({record.row(), positions[i]});
+    }
+    index.m_notes.swap(notes);
+}
+
+// Whether the notes are of this very batch and the records still stand where they were noted.
+bool SortBatch::notesHold() const
+{
+    const auto &notes = m_index.m_notes;
+    if (notes.size() != size_t(m_removed.size() + m_updated.size()))
+        return false;
+    for (int slot = 0; slot < int(notes.size()); ++slot) {
+        const auto &note = notes[size_t(slot)];
+        if (note.row != batchRecord(slot).row())
+            return false;
+        if (note.position != -1 && m_index.m_list.at(note.position).row() != note.row)
+            return false;
+    }
+    return true;
+}
+
+void SortBatch::locate()
+{
+    const int slotCount = m_removed.size() + m_updated.size();
+    m_positions.reserve(size_t(slotCount));
+    if (notesHold()) {
+        for (const auto &note : m_index.m_notes)
+            m_positions.push_back(note.position);
+        return;
+    }
+    std::vector<IndexSort::Wanted> wanted;
+    for (int slot = 0; slot < slotCount; ++slot) {
+        m_positions.push_back(m_index.findByKey(batchRecord(slot)));
+        if (m_positions.back() == -1)
+            wanted.push_back({batchRecord(slot).row(), slot});
+    }
+    m_index.scanForRows(wanted, m_positions);
+}
+
+void SortBatch::collectAffected()
+{
+    m_affected.reserve(m_positions.size());
+    for (int slot = 0; slot < int(m_positions.size()); ++slot) {
+        const int position = m_positions[size_t(slot)];
+        const int update = qMax(slot - m_removed.size(), -1);
+        if (position != -1)
+            m_affected.push_back({position, update, position - 1, position + 1, false});
+    }
+    // A record that is both removed and updated is removed: the removal sorts first and stays.
+    std::sort(m_affected.begin(), m_affected.end(), [](const Affected &a, const Affected &b) {
+        return a.position != b.position ? a.position < b.position : a.update < b.update;
+    });
+    m_affected.erase(
+        std::unique(m_affected.begin(), m_affected.end(),
+                    [](const Affected &a, const Affected &b) { return a.position == b.position; }),
+        m_affected.end());
+}
+
+// Who leaves --------------------------------------------------------------------------------------
+
+void SortBatch::decide()
+{
+    m_accepted.reserve(size_t(m_updated.size()));
+    for (const Record &record : m_updated)
+        m_accepted.push_back(m_index.filter(record));
+    for (Affected &affected : m_affected) {
+        affected.leaves =
+            affected.update == -1 || !m_accepted[size_t(affected.update)] ||
+            !m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right);
+    }
+    settleNeighbours();
+}
+
+// Tests those that stay again where a neighbour leaves, until all that stay are in order. Each test
+// follows a record that leaves, so there are at most twice as many as records.
+void SortBatch::settleNeighbours()
+{
+    for (int i = 0; i < int(m_affected.size()); ++i) {
+        if (m_affected[size_t(i)].leaves)
+            unlink(i);
+    }
+    std::vector<int> open;
+    for (int i = 0; i < int(m_affected.size()); ++i) {
+        const Affected &affected = m_affected[size_t(i)];
+        if (!affected.leaves &&
+            (affected.left != affected.position - 1 || affected.right != affected.position + 1))
+            open.push_back(i);
+    }
+    while (!open.empty()) {
+        const int i = open.back();
+        open.pop_back();
+        Affected &affected = m_affected[size_t(i)];
+        if (affected.leaves ||
+            m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right))
+            continue;
+        affected.leaves = true;
+        unlink(i);
+        for (const int neighbour : {affectedAt(i, affected.left), affectedAt(i, affected.right)}) {
+            if (neighbour != -1)
+                open.push_back(neighbour);
+        }
+    }
+}
+
+// The affected record at a position that is the neighbour of the from-th one; -1 if the record
+// there is not affected. All records between the two leave, so they are affected: the distance in
+// positions is the distance in the array.
+int SortBatch::affectedAt(int from, int position) const
+{
+    const int i = from + position - m_affected[size_t(from)].position;
+    const bool found =
+        i >= 0 && i < int(m_affected.size()) && m_affected[size_t(i)].position == position;
+    return found ? i : -1;
+}
+
+void SortBatch::unlink(int i)
+{
+    const Affected &gone = m_affected[size_t(i)];
+    const int left = affectedAt(i, gone.left);
+    const int right = affectedAt(i, gone.right);
+    if (left != -1)
+        m_affected[size_t(left)].right = gone.right;
+    if (right != -1)
+        m_affected[size_t(right)].left = gone.left;
+}
+
+// The two passes over the list --------------------------------------------------------------------
+
+void SortBatch::takeOut()
+{
+    RangeSet<int> positions;
+    int taken = 0;
+    m_takenOf.assign(size_t(m_updated.size()), -1);
+    for (const Affected &affected : m_affected) {
+        if (!affected.leaves)
+            continue;
+        positions.addRange(affected.position, affected.position + 1);
+        if (affected.update != -1)
+            m_takenOf[size_t(affected.update)] = taken;
+        ++taken;
+    }
+    m_taken.resize(size_t(taken));
+    m_index.m_list.takeRanges(positions, m_taken.data());
+}
+
+void SortBatch::gatherPending()
+{
+    m_pending.reserve(size_t(m_inserted.size()) + m_taken.size());
+    for (const Record &record : m_inserted) {
+        if (m_index.filter(record))
+            m_pending.push_back(record);
+    }
+    for (int i = 0; i < m_updated.size(); ++i) {
+        if (!m_accepted[size_t(i)])
+            continue;
+        const int taken = m_takenOf[size_t(i)];
+        if (taken != -1)
+            m_pending.push_back(std::move(m_taken[size_t(taken)]));
+        else if (m_positions[size_t(m_removed.size() + i)] == -1)
+            m_pending.push_back(m_updated.at(i));
+    }
+    Record *const first = m_pending.data();
+    ConcurrentSort::stableSortHelper(first, first + m_pending.size(),
+                                     IndexSort::LessThan(&m_index));
+}
+
+void SortBatch::mergePending()
+{
+    std::vector<int> positions;
+    positions.reserve(m_pending.size());
+    int cursor = 0;
+    for (const Record &record : m_pending) {
+        cursor = m_index.upperBound(record, cursor);
+        positions.push_back(cursor);
+    }
+    m_index.m_list.mergeInsert(positions.data(), m_pending.data(), int(m_pending.size()));
+}

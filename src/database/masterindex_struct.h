@@ -1,0 +1,46 @@
+#pragma once
+
+#include "database/indexes/indexsort.h"
+
+#include <QtCore/qstringlist.h>
+
+/// The primary order of a table: the sorted index whose records are the table's rows, whose key
+/// makes two rows the same to a transaction, and which turns a row's key into text and back.
+///
+/// Receives each batch before all other indexes. The table that it is given to by
+/// Table::setMasterIndex() owns it. Every class of the family answers "MasterIndex" to
+/// getClassName().
+class DATABASE_EXPORT MasterIndex : public IndexSort
+{
+public:
+    explicit MasterIndex(Table *table);
+
+    QString getClassName() const override;
+
+    /// The key cells' texts joined with "," (no quoting: a value with a comma does not read back);
+    /// empty for a null record.
+    virtual QString toText(const Record &record) const = 0;
+    /// A new row of the table, in no index, that carries the key read from \p text.
+    /// \throws QString when the number of parts is wrong, Exception when a part does not convert
+    virtual Record fromText(const QString &text) const = 0;
+    /// The numbers of the key columns, most significant first; empty for an index without a key.
+    virtual QList<int> keyColumns() const;
+
+    /// The first record whose key is the one in \p text, or null. \throws as fromText()
+    Record findRecord(const QString &text) const;
+    /// The names of the key columns, in key order.
+    QStringList columnNames() const;
+};
+
+/// A master index without a key: every record has the same key, so the rows keep the order in which
+/// they came. What every new table starts with.
+class DATABASE_EXPORT MasterIndexOrdered : public MasterIndex
+{
+public:
+    explicit MasterIndexOrdered(Table *table);
+
+    int compare(const Record &a, const Record &b) const override;
+    QString toText(const Record &record) const override;
+    /// A new row of the table, whatever the text: every record has its key.
+    Record fromText(const QString &text) const override;
+};

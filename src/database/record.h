@@ -1,0 +1,173 @@
+#pragma once
+
+#include "database/database_global.h"
+#include "database/tables/field.h"
+#include "database/tables/rowlayout.h"
+
+#include <QtCore/qhash.h>
+#include <QtCore/qmetatype.h>
+#include <QtCore/qstring.h>
+
+#include <utility>
+
+class RecordsTrans;
+class Table;
+
+/// A shared handle to a row: one pointer, counted inside the row block.
+///
+/// Invariants:
+///  (1) Every non-null Record holds exactly one reference on its block; the handle that brings the
+///      count to 0 frees the block. Moving a handle leaves the count alone.
+///  (2) There is no copy-on-write: all handles to a row see every change. clone() makes a copy.
+/// Threads: handles may be copied and dropped in several threads at once. Writing values is not
+/// synchronised; writers hold the table's lock or work on rows that no other thread sees.
+/// Lifetime: a handle keeps its row alive, not the table. After the table is gone, a handle may
+/// only be copied, compared and dropped. Adding a column to a table moves its rows: handles that
+/// are held outside the table's indexes across Table::addColumn() may only be dropped.
+///
+/// No operation throws; null handles give empty results.
+class DATABASE_EXPORT Record
+{
+public:
+    constexpr Record() noexcept = default;
+    /// Shares a row block; null gives the null handle.
+    explicit Record(uchar *row) noexcept
+        : m_row(row)
+    {
+        acquire();
+    }
+    /// A new row of the table with its initial values; it belongs to no index yet. Null when the
+    /// memory cannot be had.
+    explicit Record(const Table *table);
+    /// The row of the table whose key has the given text form; null for the empty text, for a text
+    /// that does not read as a key, and when there is no such row.
+    Record(const Table *table, const QString &text);
+
+    Record(const Record &other) noexcept
+        : m_row(other.m_row)
+    {
+        acquire();
+    }
+    Record(Record &&other) noexcept
+        : m_row(std::exchange(other.m_row, nullptr))
+    {
+    }
+    Record &operator=(const Record &other) noexcept
+    {
+        // Reference the new block before releasing the old one: assigning a record to itself must
+        // not free the block in between.
+        Record(other).swap(*this);
+        return *this;
+    }
+    Record &operator=(Record &&other) noexcept
+    {
+        Record(std::move(other)).swap(*this);
+        return *this;
+    }
+    ~Record() { release(); }
+    void swap(Record &other) noexcept { std::swap(m_row, other.m_row); }
+
+    /// The handle that stands for the absence of a row.
+    static const Record null;
+
+    bool isNull() const { return m_row == nullptr; }
+    explicit operator bool() const { return m_row != nullptr; }
+    /// The row block, borrowed.
+    uchar *row() const { return m_row; }
+    /// The owner of the row; null for a null handle.
+    Table *table() const { return m_row ? rowHeader(m_row)->table : nullptr; }
+
+    /// A handle to a copy of the row (values, bitmap, owner), which belongs to no index.
+    Record clone() const;
+    /// Copies all values and the presence bitmap from a row of the same layout.
+    void copy(const Record &source);
+    /// The same for the columns first..last; -1 means the first and the last column.
+    void copy(const Record &source, int first, int last);
+
+    /// The cell of a column. The handle is not null and the column exists.
+    Field data(int column) const;
+    Field data(const QString &column) const;
+
+    /// Whether the owning table's master index holds this very row.
+    bool inTable() const;
+    /// The text form of the row's key in the master index; empty for null.
+    QString toString() const;
+    /// The row for diagnosis: table, address, reference count and the cells.
+    QString dump(bool skipNulls) const;
+
+    /// Identity of rows, not equality of values; the order is that of the addresses.
+    friend bool operator==(const Record &a, const Record &b) { return a.m_row == b.m_row; }
+    friend bool operator!=(const Record &a, const Record &b) { return a.m_row != b.m_row; }
+    friend bool operator<(const Record &a, const Record &b)
+    {
+        return std::less<const uchar *>()(a.m_row, b.m_row);
+    }
+    friend uint qHash(const Record &record, uint seed = 0) noexcept
+    {
+        return ::qHash(quintptr(record.m_row), seed);
+    }
+
+private:
+    void acquire() const noexcept
+    {
+        if (m_row)
+            rowHeader(m_row)->refCount.ref();
+    }
+    void release() const noexcept
+    {
+        if (m_row && !rowHeader(m_row)->refCount.deref())
+            freeRow(m_row);
+    }
+    static void freeRow(uchar *row) noexcept;
+
+    uchar *m_row = nullptr;
+};
+
+Q_DECLARE_TYPEINFO(Record, Q_MOVABLE_TYPE);
+Q_DECLARE_METATYPE(Record)
+
+static_assert(sizeof(Record) == sizeof(void *), "lists of records are lists of pointers");
+
+/// The write handle on one pending row of a transaction.
+///
+/// For an insertion the pending row is the new row itself; for an update it is a copy whose values
+/// reach the live row when the transaction runs. Valid until the transaction runs or the entry is
+/// folded away by another operation on the same key.
+class DATABASE_EXPORT RecordUpdater
+{
+public:
+    RecordUpdater(RecordsTrans *transaction, const Record &pending);
+
+    const Record &record() const { return m_pending; }
+
+    /// The cell for writing; widens the range of changed columns. Key cells are read only once the
+    /// row stands in the transaction (debug builds assert it).
+    Field field(int column);
+    Field field(const QString &column);
+
+    /// Copies every column of a row of the same key; the range becomes all columns.
+    RecordUpdater &operator=(const Record &source);
+
+    /// Widens the range of changed columns to cover first..last, for helpers that write through
+    /// record() themselves.
+    void widen(int first, int last);
+
+    /// Turns the entry into a removal; a row that the same transaction inserts disappears from it.
+    void remove();
+
+    /// Enters \p row as an insertion, folded into what the transaction holds for its key, and makes
+    /// it the pending row.
+    void insertInMap(const Record &row);
+    /// Enters an update of the live row that the updater was made for: the pending row becomes the
+    /// copy that the transaction keeps for it (or the row that it inserts under that key).
+    void updateInMap();
+
+    int first() const { return m_first; } ///< first changed column; above last() while none is
+    int last() const { return m_last; }   ///< last changed column
+
+private:
+    Record m_pending;
+    RecordsTrans *m_transaction; // borrowed
+    qint32 m_first;
+    qint32 m_last;
+};

@@ -1,0 +1,257 @@
+// What a table does with its indexes: the registry, the update bracket and the passes of a batch.
+
+#include "database/indexes/index.h"
+#include "database/indexes/indexlimit.h"
+#include "database/services/threadannotations.h"
+#include "database/tables/firsterror.h"
+#include "database/tables/table.h"
+#include "database/tables/tableprivate.h"
+
+qint64 Table::m_nsecsElapsedTotal = 0;
+
+// Registry ----------------------------------------------------------------------------------------
+
+MasterIndex *Table::masterIndex() const
+{
+    return d->masterIndex.get();
+}
+
+void Table::setMasterIndex(MasterIndex *index)
+{
+    if (index != d->masterIndex.get())
+        d->masterIndex.reset(index);
+}
+
+void Table::addIndex(Index *index)
+{
+    d->indexes.append(index);
+    Q_EMIT indexAdded(index);
+}
+
+void Table::removeIndex(Index *index)
+{
+    d->indexes.removeOne(index);
+    const QString name = indexName(index);
+    if (namedIndex(name) == index)
+        d->indexNames.remove(name);
+    Q_EMIT indexRemoved(index);
+}
+
+void Table::addDependentIndex(Index *index)
+{
+    d->dependentIndexes.append(index);
+    Q_EMIT dependentIndexAdded(index);
+}
+
+void Table::removeDependentIndex(Index *index)
+{
+    d->dependentIndexes.removeOne(index);
+    Q_EMIT dependentIndexRemoved(index);
+}
+
+void Table::setIndexName(const QString &name, Index *index)
+{
+    d->indexNames.insert(name, index);
+}
+
+Index *Table::namedIndex(const QString &name) const
+{
+    return d->indexNames.value(name, nullptr);
+}
+
+QString Table::indexName(Index *index) const
+{
+    return d->indexNames.key(index);
+}
+
+QList<Index *> Table::indexes() const
+{
+    return d->indexes;
+}
+
+QList<Index *> Table::dependentIndexes() const
+{
+    return d->dependentIndexes;
+}
+
+void Table::setIndexes(const QList<Index *> &indexes)
+{
+    d->indexes = indexes;
+}
+
+void Table::build()
+{
+    const QList<Index *> indexes = d->indexes;
+    for (Index *index : indexes)
+        index->build();
+}
+
+// Update bracket ----------------------------------------------------------------------------------
+
+void Table::lock()
+{
+    d->mutex.lock();
+    annotateAcquire(&d->mutex);
+}
+
+void Table::unlock()
+{
+    annotateRelease(&d->mutex);
+    d->mutex.unlock();
+}
+
+bool Table::tryLock(int timeoutMSecs)
+{
+    if (!d->mutex.tryLock(timeoutMSecs))
+        return false;
+    annotateAcquire(&d->mutex);
+    return true;
+}
+
+void Table::beginUpdate()
+{
+    if (d->updateDepth.fetchAndAddOrdered(1) >= 1)
+        return;
+    // The lists are copied: an index may register or remove others while it is told.
+    const QList<Index *> dependents = d->dependentIndexes;
+    int dependentsTold = 0;
+    bool locked = false;
+    bool masterTold = false;
+    QList<Index *> told;
+    try {
+        for (Index *index : dependents) {
+            index->dependentBeginUpdate(this);
+            ++dependentsTold;
+        }
+        lock();
+        locked = true;
+        d->masterIndex->beginUpdate();
+        masterTold = true;
+        const QList<Index *> indexes = d->indexes;
+        for (Index *index : indexes) {
+            index->beginUpdate();
+            told.append(index);
+        }
+    } catch (...) {
+        // Closes what was opened, in the order of endUpdate(); the error that counts is the first.
+        FirstError ignored;
+        if (masterTold)
+            ignored.run([&] { d->masterIndex->endUpdate(); });
+        for (Index *index : qAsConst(told))
+            ignored.run([&] { index->endUpdate(); });
+        d->updateDepth.fetchAndSubOrdered(1);
+        if (locked)
+            unlock();
+        for (int i = 0; i < dependentsTold; ++i)
+            ignored.run([&] { dependents.at(i)->dependentEndUpdate(this); });
+        throw;
+    }
+}
+
+void Table::endUpdate()
+{
+    if (d->updateDepth.fetchAndSubOrdered(1) >= 2)
+        return;
+    FirstError error;
+    error.run([&] { d->masterIndex->endUpdate(); });
+    const QList<Index *> indexes = d->indexes;
+    for (Index *index : indexes)
+        error.run([&] { index->endUpdate(); });
+    const QList<Index *> dependents = d->dependentIndexes;
+    unlock();
+    for (Index *index : dependents)
+        error.run([&] { index->dependentEndUpdate(this); });
+    error.rethrow();
+}
+
+// Batches -----------------------------------------------------------------------------------------
+
+void Table::process(RecordsTrans &transaction)
+{
+    m_timer.start();
+    FirstError error;
+    if (d->transactionState != 0) {
+        d->pending.merge(transaction);
+    } else {
+        error.run([&] { processSingleTransaction(transaction); });
+        while (!d->pending.isEmpty()) {
+            RecordsTrans next(this);
+            next.swap(d->pending);
+            error.run([&] { processSingleTransaction(next); });
+        }
+    }
+    const qint64 elapsed = m_timer.nsecsElapsed();
+    m_nsecsElapsed += elapsed;
+    m_nsecsElapsedTotal += elapsed;
+    error.rethrow();
+}
+
+void Table::processSingleTransaction(RecordsTrans &transaction)
+{
+    QList<Record> removed = transaction.removeList();
+    QList<Record> updated = transaction.updateList();
+    const QList<Record> inserted = transaction.insertList();
+    const QList<Record> changed = transaction.changeList();
+    const int first = transaction.first();
+    const int last = transaction.last();
+    // Emptied before the passes: whatever an index throws, the batch is spent.
+    transaction.clear();
+    processSingleTransaction(removed, updated, first, last, inserted, changed);
+}
+
+void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
+                                     int last, const QList<Record> &inserted,
+                                     const QList<Record> &changed)
+{
+    if (auto *limit = dynamic_cast<IndexLimit *>(namedIndex(QStringLiteral("IndexLimit"))))
+        limit->toRemove(inserted.size() - removed.size(), removed, updated);
+
+    struct StateGuard {
+        int &state;
+        ~StateGuard() { state = 0; }
+    } guard{d->transactionState};
+
+    const QList<Index *> indexes = d->indexes;
+    d->transactionState = 1;
+    for (Index *index : indexes)
+        index->preprocess(removed, updated, first, last, inserted, changed);
+
+    const int pairs = qMin(updated.size(), changed.size());
+    for (int i = 0; i < pairs; ++i)
+        updated[i].copy(changed.at(i), first, last);
+
+    FirstError error;
+    error.run([&] { d->masterIndex->process(removed, updated, first, last, inserted); });
+    d->transactionState = 2;
+    for (Index *index : indexes)
+        error.run([&] { index->process(removed, updated, first, last, inserted); });
+    error.rethrow();
+}
+
+int Table::transactionState() const
+{
+    return d->transactionState;
+}
+
+// Time --------------------------------------------------------------------------------------------
+
+qint64 Table::nsecsElapsed() const
+{
+    return m_nsecsElapsed;
+}
+
+void Table::setNsecsElapsed(const qint64 &nsecs)
+{
+    m_nsecsElapsed = nsecs;
+}
+
+qint64 Table::nsecsElapsedTotal()
+{
+    return m_nsecsElapsedTotal;
+}
+
+decimal Table::percentElapsed() const
+{
+    const qint64 unit = m_nsecsElapsedTotal / 10000;
+    return unit == 0 ? decimal() : decimal::fromParts(m_nsecsElapsed / unit, 2);
+}

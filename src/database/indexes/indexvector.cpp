@@ -1,0 +1,79 @@
+#include "database/indexes/indexvector.h"
+
+#include "database/indexes/tablelocker.h"
+#include "database/masterindex_struct.h"
+
+#include <algorithm>
+
+IndexVector *IndexVector::sortIndex = nullptr;
+
+IndexVector::IndexVector(Table *table)
+    : m_table(table)
+    , m_registration(table, this, true)
+{
+}
+
+IndexVector::~IndexVector() = default;
+
+void IndexVector::clear()
+{
+    m_records.clear();
+}
+
+void IndexVector::build()
+{
+    const TableLocker locker(*m_table);
+    m_records.clear(); // building twice must not hold a row twice
+    for (const Record &record : *m_table->masterIndex()) {
+        if (filter(record))
+            add(record);
+    }
+}
+
+void IndexVector::add(const Record &record)
+{
+    const auto place =
+        std::find_if(m_records.cbegin(), m_records.cend(),
+                     [&](const Record &element) { return compare(element, record) > 0; });
+    m_records.insert(int(place - m_records.cbegin()), record);
+}
+
+void IndexVector::remove(const Record &record, int)
+{
+    m_records.removeOne(record);
+}
+
+bool IndexVector::filter(const Record &) const
+{
+    return true;
+}
+
+bool IndexVector::contains(const Record &record) const
+{
+    return search(record, -1) != -1;
+}
+
+QString IndexVector::getClassName() const
+{
+    return QStringLiteral("IndexVector");
+}
+
+int IndexVector::search(const Record &key, int from) const
+{
+    for (int i = qMax(from, -1) + 1; i < m_records.size(); ++i) {
+        if (compare(key, m_records.at(i)) == 0)
+            return i;
+    }
+    return -1;
+}
+
+void IndexVector::resort()
+{
+    sortIndex = this;
+    std::stable_sort(m_records.begin(), m_records.end(), &IndexVector::lessThan);
+}
+
+bool IndexVector::lessThan(const Record &a, const Record &b)
+{
+    return sortIndex->compare(a, b) < 0;
+}

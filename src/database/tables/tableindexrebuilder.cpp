@@ -1,0 +1,64 @@
+#include "database/tables/tableindexrebuilder.h"
+
+#include "database/indexes/index.h"
+#include "database/tables/firsterror.h"
+#include "database/tables/table.h"
+
+namespace
+{
+
+bool isJoin(const QString &className)
+{
+    return className.startsWith(QLatin1String("TableJoin"));
+}
+
+bool isDependent(const QString &className)
+{
+    return className.startsWith(QLatin1String("IndexDepend"));
+}
+
+} // namespace
+
+TableIndexRebuilder::TableIndexRebuilder(Table *table)
+    : m_table(table)
+{
+    const QList<Index *> indexes = table->indexes();
+    for (Index *index : indexes) {
+        m_removed.append({index, table->indexName(index)});
+        table->removeIndex(index);
+    }
+    detectIndexGroup(indexes);
+    for (const auto *group : {&m_joinGroup, &m_dependentGroup, &m_otherGroup}) {
+        for (Index *index : *group)
+            index->clear();
+    }
+}
+
+void TableIndexRebuilder::detectIndexGroup(const QList<Index *> &indexes)
+{
+    for (Index *index : indexes) {
+        const QString className = index->getClassName();
+        if (isJoin(className))
+            m_joinGroup.append(index);
+        else if (isDependent(className))
+            m_dependentGroup.append(index);
+        else
+            m_otherGroup.append(index);
+    }
+}
+
+TableIndexRebuilder::~TableIndexRebuilder() noexcept(false)
+{
+    FirstError error;
+    for (const auto *group : {&m_joinGroup, &m_dependentGroup, &m_otherGroup}) {
+        for (Index *index : *group)
+            error.run([&] { index->build(); });
+    }
+    for (const auto &removed : qAsConst(m_removed)) {
+        m_table->addIndex(removed.first);
+        if (!removed.second.isEmpty())
+            m_table->setIndexName(removed.second, removed.first);
+    }
+    if (std::uncaught_exceptions() == m_exceptions)
+        error.rethrow();
+}

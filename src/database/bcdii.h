@@ -64,8 +64,9 @@ DATABASE_EXPORT BCDIIType BCDIIGetType(const uchar *number);
 DATABASE_EXPORT void BCDIIInit(uchar *digits, BCDIIType type);
 DATABASE_EXPORT void BCDIIInit(quint16 *number, BCDIIType type);
 
-/// Tells whether the bytes are a number: 0x20 for an invalid type or malformed bytes, 0xA0 for
-/// NULL, 0x02 for zero, 0x04 for a negative number, else 0. Never reads past the type's length.
+/// Tells whether the bytes are a well-formed number: 0x20 for an invalid type or malformed bytes,
+/// 0xA0 for NULL, 0x02 for zero, 0x04 for a negative number, else 0. Never reads past the type's
+/// length.
 DATABASE_EXPORT quint32 BCDIICheck(const uchar *digits, BCDIIType type);
 DATABASE_EXPORT quint32 BCDIICheck(const uchar *number);
 
@@ -96,14 +97,16 @@ DATABASE_EXPORT quint32 BCDIICopy(uchar *dst, const uchar *src);
 DATABASE_EXPORT int BCDIICmp(const uchar *a, BCDIIType aType, const uchar *b, BCDIIType bType);
 DATABASE_EXPORT int BCDIICmp(const uchar *a, const uchar *b);
 
-/// Stores value x 10^-scale, truncated to the destination's type.
+/// Stores value x 10^-scale (scale -62..62), truncated to the destination's type. \return as
+/// BCDIICopy.
 DATABASE_EXPORT quint32 BCDIIGetFromInt64(uchar *dst, BCDIIType type, qint64 value, int scale);
 DATABASE_EXPORT quint32 BCDIIGetFromInt64(uchar *dst, qint64 value, int scale);
 DATABASE_EXPORT quint32 BCDIIGetFromUInt64(uchar *dst, BCDIIType type, quint64 value, int scale);
 DATABASE_EXPORT quint32 BCDIIGetFromUInt64(uchar *dst, quint64 value, int scale);
 
-/// Stores the number x 10^scale, rounded to an integer by \p style, into \p out. On 0x11 (outside
-/// the 64-bit range) and 0xB0 (NULL) \p out is left alone.
+/// Stores the number x 10^scale, rounded to an integer by \p style, into \p out. The rounding is
+/// that of BCDIICopy into an integer of 19 digits, with its statuses; outside the 64-bit range it
+/// is 0x11. Whenever the status says BCDII_NULL_RESULT \p out is left alone.
 DATABASE_EXPORT quint32 BCDII2Int64(qint64 *out, const uchar *src, BCDIIType type, int scale,
                                     int style);
 DATABASE_EXPORT quint32 BCDII2Int64(qint64 *out, const uchar *src, int scale);
@@ -113,9 +116,10 @@ DATABASE_EXPORT quint32 BCDII2Int64(qint64 *out, const uchar *src, int scale);
 DATABASE_EXPORT quint32 BCDII2Double(double *out, const uchar *src, BCDIIType type);
 DATABASE_EXPORT quint32 BCDII2Double(double *out, const uchar *src);
 
-/// Stores a double, rounded half up in magnitude to the type's scale.
-/// \return 0x02 for zero (also for what rounds to zero), 0x04 for a negative number, 0x11 (and
-/// NULL) when it does not fit, else 0. NaN gives zero digits and 0.
+/// Stores floor(|value| x 10^scale + 0.5), computed in double precision, with the sign of the
+/// value: rounded half up in magnitude. Every digit of that whole number is stored as the double
+/// has it. \return 0x02 for zero (also for what rounds to zero), 0x04 for a negative number, 0x11
+/// (and NULL) when it does not fit, else 0. NaN gives zero digits and 0.
 DATABASE_EXPORT quint32 BCDIIGetFromDouble(uchar *dst, double value, BCDIIType type);
 DATABASE_EXPORT quint32 BCDIIGetFromDouble(uchar *dst, double value);
 
@@ -131,16 +135,20 @@ DATABASE_EXPORT quint32 BCDIIMul(uchar *dst, BCDIIType dstType, const uchar *a, 
 DATABASE_EXPORT quint32 BCDIIMul(uchar *dst, const uchar *a, const uchar *b);
 
 /// The number as text: "-" when negative, the integer digits without leading zeros (none at all
-/// below 1), "." and every fraction digit. 0.5 at scale 1 is ".5", an integer zero is "".
+/// below 1), "." and every fraction digit. 0.5 at scale 1 is ".5", an integer zero is "", NULL is
+/// "NULL".
 /// \param previous  an earlier result to release with free(), or null
-/// \return a zero-terminated text that the caller releases with free()
+/// \return a zero-terminated text that the caller releases with free(); null when out of memory
 DATABASE_EXPORT char *BCDII2StringSequence(const uchar *src, BCDIIType type, char *previous);
 DATABASE_EXPORT char *BCDII2StringSequence(const uchar *src, char *previous);
 
 /// Parses white space, an optional sign, digits and an optional fraction behind "." or ","; what
-/// follows is ignored. The scale of \p type becomes the number of fraction digits found.
-/// \return as BCDIICopy with half-up rounding; 0x30 (and NULL) when there is no digit, 0x11 (and
-/// NULL) when there are more integer digits than the destination holds.
+/// follows is ignored. The precision stays and the scale of \p type becomes the number of fraction
+/// digits found, at most 62: further ones are rounded away, half up. The scale decides about the
+/// length, so \p dst needs room for precision / 2 + 1 bytes. Linear in the length of the text.
+/// \return as BCDIICopy; 0x30 when there is no digit and 0x11 when there are more integer digits
+/// than \p type had places for, both NULL with \p type left as it was; 0x11 (and NULL) also when
+/// integer and fraction digits together exceed the precision.
 DATABASE_EXPORT quint32 BCDIIFromString(uchar *dst, BCDIIType *type, const char *text);
 /// The same for a self-describing number, whose type word receives the new scale.
 /// \param ok  set to whether the result is an exact number, when given

@@ -3,6 +3,7 @@
 #include "database/bcdiiround.h"
 
 #include <cmath>
+#include <limits>
 
 using namespace bcdii;
 
@@ -16,6 +17,9 @@ constexpr double kHundreds[] = {1e0,  1e2,  1e4,  1e6,  1e8,  1e10, 1e12, 1e14, 
 
 // Whole numbers below are exact in a double, and their digits come from integer division.
 constexpr double kExactWhole = 9007199254740992.0; // 2^53
+
+// No precision holds a whole number from here on.
+constexpr double kTooLarge = 1e63;
 
 /// Pairs of a whole number; \p oddScale moves its last digit into a tens place.
 Pairs<2> pairsOf(quint64 value, bool oddScale)
@@ -45,12 +49,34 @@ double powerOfTen(int scale)
     return power;
 }
 
-/// Takes the last base-\p base digit off the whole number \p x.
-uchar peel(double *x, double base)
+/// The same for a whole double from 2^53 to below kTooLarge, digit by digit what it stands for.
+Pairs<4> pairsOfLarge(double value, bool oddScale)
 {
-    const double digit = std::fmod(*x, base);
-    *x = std::floor((*x - digit) / base + 0.125); // the eighth absorbs the error of the quotient
-    return uchar(digit + 0.125);
+    constexpr int kWords = 7; // ten times the largest value is below 10^64 and 2^224
+    constexpr int kMantissaBits = std::numeric_limits<double>::digits;
+    int exponent;
+    const double fraction = std::frexp(value, &exponent);
+    const quint64 mantissa = quint64(std::ldexp(fraction, kMantissaBits)) * (oddScale ? 10 : 1);
+    const int shift = exponent - kMantissaBits;
+    quint32 words[kWords + 2] = {}; // a mantissa with its shift may touch three words
+    const int at = shift / 32;
+    const quint64 low = quint64(quint32(mantissa)) << shift % 32;
+    const quint64 high = (mantissa >> 32 << shift % 32) + (low >> 32);
+    words[at] = quint32(low);
+    words[at + 1] = quint32(high);
+    words[at + 2] = quint32(high >> 32);
+
+    Pairs<4> result{};
+    for (int limb = 0; limb < 8; ++limb) {
+        quint64 rest = 0;
+        for (int i = kWords - 1; i >= 0; --i) {
+            rest = rest << 32 | words[i];
+            words[i] = quint32(rest / 100000000);
+            rest %= 100000000;
+        }
+        result.w[limb / 2] |= quint64(unpackHundreds(quint32(rest))) << (limb & 1 ? 32 : 0);
+    }
+    return result;
 }
 
 } // namespace
@@ -116,27 +142,14 @@ quint32 BCDIIGetFromDouble(uchar *dst, double value, BCDIIType type)
     double x = std::floor(std::fabs(value) * powerOfTen(scale(type)) + 0.5);
     if (std::isnan(x))
         return _quickSetNULL(dst, size, 0);
-    if (x < 0.125)
+    if (x == 0)
         return _quickSetNULL(dst, size, BCDII_ZERO);
-    if (std::isinf(x))
+    if (x >= kTooLarge)
         return setNull(dst, kDoesNotFit);
-    if (x < kExactWhole)
-        return copy_internal(dst, type, pairsOf(quint64(x), type & 1), fractionBytes(type),
-                             negative, BCDII_ROUND_DOWN);
-
-    std::memset(dst, 0, size_t(size));
-    const bool oddWhole = wholeDigits(type) & 1;
-    int at = size - 1;
-    if (type & 1)
-        dst[at--] = uchar(peel(&x, 10) * 10);
-    for (; at >= (oddWhole ? 1 : 0) && x > 0; --at)
-        dst[at] = peel(&x, 100);
-    if (oddWhole && x > 0)
-        dst[0] = peel(&x, 10);
-    if (x > 0.125)
-        return setNull(dst, kDoesNotFit);
-    if (!negative)
-        return 0;
-    dst[0] |= kSignBit;
-    return BCDII_NEGATIVE;
+    // x has the destination's scale: nothing is left to round.
+    const bool oddScale = type & 1;
+    return x < kExactWhole ? copy_internal(dst, type, pairsOf(quint64(x), oddScale),
+                                           fractionBytes(type), negative, BCDII_ROUND_DOWN)
+                           : copy_internal(dst, type, pairsOfLarge(x, oddScale),
+                                           fractionBytes(type), negative, BCDII_ROUND_DOWN);
 }

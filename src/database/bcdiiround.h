@@ -46,16 +46,18 @@ inline quint32 roundAndStore(uchar *dst, BCDIIType type, const Pairs<N> &value, 
 
     if (inexact) {
         const bool up = round_internal(style, negative, firstDropped);
-        if (up && scale(type) <= 0 && isZero(kept)) // does not round up to one unit
-            return setNull(dst, style == BCDII_ROUND_CEIL || style == BCDII_ROUND_FLOOR
-                                    ? kDoesNotFit | BCDII_NEGATIVE
-                                    : kDoesNotFit);
+        if (isZero(kept)) {
+            if (!up)
+                return _quickSetNULL(dst, size, kRoundedAway);
+            if (scale(type) <= 0) // does not round up to one unit
+                return setNull(dst, style == BCDII_ROUND_CEIL || style == BCDII_ROUND_FLOOR
+                                        ? kDoesNotFit | BCDII_NEGATIVE
+                                        : kDoesNotFit);
+        }
         if (up) {
             _addtodigit(kept, type & 1 ? 10 : 1);
             if (leadingExponent(kept, fractionBytes(type)) >= wholeDigits(type))
                 return setNull(dst, kDoesNotFit | BCDII_INEXACT);
-        } else if (isZero(kept)) {
-            return _quickSetNULL(dst, size, kRoundedAway);
         }
     }
     store(dst, size, kept);

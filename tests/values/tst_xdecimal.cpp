@@ -324,7 +324,7 @@ TEST(XDecimal, randomArithmeticAgreesWithIntegersOfAnySize)
         ASSERT_EQ(values[0].compare(values[1]), cmp(a, b) > 0 ? 1 : cmp(a, b) < 0 ? -1 : 0);
     }
     EXPECT_EQ(thrownBy([] { xdecimal("1") + null(); }), QStringLiteral("xdecimal:nan"));
-    EXPECT_EQ(thrownBy([] { null() * xdecimal("1"); }), QStringLiteral("xdecimal:nan"));
+    EXPECT_EQ(thrownBy([] { null() * xdecimal("100000"); }), QStringLiteral("xdecimal:nan"));
 }
 
 TEST(XDecimal, hashesEqualValuesAlikeAndOthersApart)

@@ -3,7 +3,7 @@
 #include "database/bcdiiround.h"
 
 #include <cmath>
-#include <limits>
+#include <cstring>
 
 using namespace bcdii;
 
@@ -49,34 +49,30 @@ double powerOfTen(int scale)
     return power;
 }
 
-/// The same for a whole double from 2^53 to below kTooLarge, digit by digit what it stands for.
-Pairs<4> pairsOfLarge(double value, bool oddScale)
+/// Stores a whole double from 2^53 on, whose last digits double arithmetic does not hold: they are
+/// peeled off its end as the rounded remainders and quotients give them.
+quint32 storeLarge(uchar *dst, BCDIIType type, double x, bool negative)
 {
-    constexpr int kWords = 7; // ten times the largest value is below 10^64 and 2^224
-    constexpr int kMantissaBits = std::numeric_limits<double>::digits;
-    int exponent;
-    const double fraction = std::frexp(value, &exponent);
-    const quint64 mantissa = quint64(std::ldexp(fraction, kMantissaBits)) * (oddScale ? 10 : 1);
-    const int shift = exponent - kMantissaBits;
-    quint32 words[kWords + 2] = {}; // a mantissa with its shift may touch three words
-    const int at = shift / 32;
-    const quint64 low = quint64(quint32(mantissa)) << shift % 32;
-    const quint64 high = (mantissa >> 32 << shift % 32) + (low >> 32);
-    words[at] = quint32(low);
-    words[at + 1] = quint32(high);
-    words[at + 2] = quint32(high >> 32);
-
-    Pairs<4> result{};
-    for (int limb = 0; limb < 8; ++limb) {
-        quint64 rest = 0;
-        for (int i = kWords - 1; i >= 0; --i) {
-            rest = rest << 32 | words[i];
-            words[i] = quint32(rest / 100000000);
-            rest %= 100000000;
-        }
-        result.w[limb / 2] |= quint64(unpackHundreds(quint32(rest))) << (limb & 1 ? 32 : 0);
-    }
-    return result;
+    constexpr double kSlack = 0.125; // a remainder or quotient just below a whole number
+    const auto peel = [&x](double base) {
+        const double digits = std::fmod(x, base);
+        x = std::floor((x - digits) / base + kSlack);
+        return int(digits + kSlack);
+    };
+    int place = length(type);
+    std::memset(dst, 0, size_t(place));
+    if (type & 1)
+        dst[--place] = uchar(peel(10) * 10);
+    const int single = wholeDigits(type) & 1; // the first byte holds one digit
+    while (place > single && x > 0)
+        dst[--place] = uchar(peel(100));
+    if (single && place == 1 && x > 0)
+        dst[0] = uchar(peel(10));
+    if (x > kSlack)
+        return setNull(dst, kDoesNotFit);
+    if (negative)
+        dst[0] |= kSignBit;
+    return signStatus(negative);
 }
 
 } // namespace
@@ -147,9 +143,8 @@ quint32 BCDIIGetFromDouble(uchar *dst, double value, BCDIIType type)
     if (x >= kTooLarge)
         return setNull(dst, kDoesNotFit);
     // x has the destination's scale: nothing is left to round.
-    const bool oddScale = type & 1;
-    return x < kExactWhole ? copy_internal(dst, type, pairsOf(quint64(x), oddScale),
-                                           fractionBytes(type), negative, BCDII_ROUND_DOWN)
-                           : copy_internal(dst, type, pairsOfLarge(x, oddScale),
-                                           fractionBytes(type), negative, BCDII_ROUND_DOWN);
+    if (x >= kExactWhole)
+        return storeLarge(dst, type, x, negative);
+    return copy_internal(dst, type, pairsOf(quint64(x), type & 1), fractionBytes(type), negative,
+                         BCDII_ROUND_DOWN);
 }

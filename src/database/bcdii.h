@@ -117,8 +117,9 @@ DATABASE_EXPORT quint32 BCDII2Double(double *out, const uchar *src, BCDIIType ty
 DATABASE_EXPORT quint32 BCDII2Double(double *out, const uchar *src);
 
 /// Stores floor(|value| x 10^scale + 0.5), computed in double precision, with the sign of the
-/// value: rounded half up in magnitude. Every digit of that whole number is stored as the double
-/// has it. \return 0x02 for zero (also for what rounds to zero), 0x04 for a negative number, 0x11
+/// value: rounded half up in magnitude. From 2^53 on, the digits behind the sixteenth or so are
+/// those that double arithmetic gives; the number still reads back as the same double.
+/// \return 0x02 for zero (also for what rounds to zero), 0x04 for a negative number, 0x11
 /// (and NULL) when it does not fit, else 0. NaN gives zero digits and 0.
 DATABASE_EXPORT quint32 BCDIIGetFromDouble(uchar *dst, double value, BCDIIType type);
 DATABASE_EXPORT quint32 BCDIIGetFromDouble(uchar *dst, double value);

@@ -185,7 +185,9 @@ void IndexSort::update(const Record &record, int, int, int index)
         }
         qWarning("update Full search can impact the performance");
     }
-    const Record kept = record; // the argument may stand in the list
+    // The argument may stand in the list.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const Record kept = record;
     m_list.remove(index);
     m_list.insert(indexOfAdd(kept), kept);
 }

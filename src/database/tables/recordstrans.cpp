@@ -99,7 +99,7 @@ Record RecordsTrans::pendingUpdate(const Record &live)
     const MapKey key(live);
     const auto entry = m_ops.find(key);
     if (entry == m_ops.end()) {
-        const Record copy = live.clone();
+        Record copy = live.clone();
         m_changes.insert(key, {copy, Updated});
         m_ops.insert(key, {live, Updated});
         return copy;
@@ -112,7 +112,7 @@ Record RecordsTrans::pendingUpdate(const Record &live)
     case Removed:
         break;
     }
-    const Record copy = entry->record.clone();
+    Record copy = entry->record.clone();
     m_changes.insert(key, {copy, Updated});
     entry->kind = Updated;
     return copy;

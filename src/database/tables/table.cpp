@@ -370,7 +370,9 @@ void Table::setNull(int row, int column)
 
 void Table::updated(const Record &record, int first, int last, int hint)
 {
-    const Record kept = record; // the argument may lie in an index that moves it
+    // The argument may lie in an index that moves it.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const Record kept = record;
     d->masterIndex->update(kept, first, last, hint);
     for (Index *index : qAsConst(d->indexes))
         index->update(kept, first, last, -1);
@@ -383,7 +385,9 @@ void Table::updatedRow(int row)
 
 void Table::remove(const Record &record, int hint)
 {
-    const Record kept = record; // the argument may lie in an index that lets go of it
+    // The argument may lie in an index that lets go of it.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const Record kept = record;
     for (Index *index : qAsConst(d->indexes))
         index->remove(kept, -1);
     d->masterIndex->remove(kept, hint);

@@ -130,33 +130,37 @@ void SortBatch::decide()
     settleNeighbours();
 }
 
-// Tests those that stay again where a neighbour leaves, until all that stay are in order. Each test
-// follows a record that leaves, so there are at most twice as many as records.
+// Tests those that stay again where a neighbour left, round by round until all that stay are in
+// order. Whoever fails in a round leaves at its end: of two that stand in each other's way both do,
+// so that who leaves does not depend on the order of the tests. Each test follows a record that left,
+// so there are at most twice as many as records.
 void SortBatch::settleNeighbours()
 {
-    for (int i = 0; i < int(m_affected.size()); ++i) {
-        if (m_affected[size_t(i)].leaves)
-            unlink(i);
-    }
+    std::vector<int> leaving;
     std::vector<int> open;
     for (int i = 0; i < int(m_affected.size()); ++i) {
-        const Affected &affected = m_affected[size_t(i)];
-        if (!affected.leaves &&
-            (affected.left != affected.position - 1 || affected.right != affected.position + 1))
-            open.push_back(i);
+        if (m_affected[size_t(i)].leaves)
+            leaving.push_back(i);
     }
-    while (!open.empty()) {
-        const int i = open.back();
-        open.pop_back();
-        Affected &affected = m_affected[size_t(i)];
-        if (affected.leaves ||
-            m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right))
-            continue;
-        affected.leaves = true;
-        unlink(i);
-        for (const int neighbour : {affectedAt(i, affected.left), affectedAt(i, affected.right)}) {
-            if (neighbour != -1)
-                open.push_back(neighbour);
+    while (!leaving.empty()) {
+        for (const int i : leaving)
+            unlink(i);
+        open.clear();
+        for (const int i : leaving) {
+            const Affected &gone = m_affected[size_t(i)];
+            for (const int neighbour : {affectedAt(i, gone.left), affectedAt(i, gone.right)}) {
+                if (neighbour != -1 && !m_affected[size_t(neighbour)].leaves)
+                    open.push_back(neighbour);
+            }
+        }
+        leaving.clear();
+        for (const int i : open) {
+            Affected &affected = m_affected[size_t(i)];
+            if (affected.leaves ||
+                m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right))
+                continue;
+            affected.leaves = true; // its neighbours see it where it is until the round ends
+            leaving.push_back(i);
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include <database/indexes/indexsort.h>
 #include <database/masterindex_column.h>
+#include <database/services/exception.h>
 #include <database/tables/recordstrans.h>
 #include <database/tables/table.h>
 
@@ -140,8 +141,8 @@ std::string thrownBy(Call call)
         call();
     } catch (const QString &text) {
         return text.toStdString();
-    } catch (const std::exception &error) {
-        return error.what();
+    } catch (const Exception &exception) {
+        return exception.message.toStdString();
     }
     return {};
 }

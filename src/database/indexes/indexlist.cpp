@@ -38,6 +38,8 @@ void IndexList::clear()
 
 void IndexList::build()
 {
+    if (m_table->masterIndex() == this)
+        return; // what it holds are the table's rows
     const TableLocker locker(*m_table);
     m_list.clear(); // building twice must not hold a row twice
     for (const Record &record : *m_table->masterIndex()) {

@@ -41,7 +41,7 @@ int IndexSort::search(const Record &key, int from) const
 int IndexSort::searchLast(const Record &key, int from) const
 {
     const int first = qMax(from, -1) + 1;
-    const int last = first < count() ? upperBound(key, first) - 1 : -1;
+    const int last = first < count() ? upperBound(key, first, count()) - 1 : -1;
     return last >= first && compare(m_list.at(last), key) == 0 ? last : -1;
 }
 
@@ -64,15 +64,15 @@ int IndexSort::lowerBound(const Record &key) const
     return m_list.partitionPoint([&](const Record &element) { return compare(element, key) < 0; });
 }
 
-int IndexSort::upperBound(const Record &key, int from) const
+int IndexSort::upperBound(const Record &key, int from, int to) const
 {
-    return m_list.partitionPoint(from, count(),
+    return m_list.partitionPoint(from, to,
                                  [&](const Record &element) { return compare(element, key) <= 0; });
 }
 
 int IndexSort::indexOfAdd(const Record &record) const
 {
-    return upperBound(record, 0);
+    return upperBound(record, 0, count());
 }
 
 // The position of this very row where its key says that it stands, or -1.
@@ -83,7 +83,7 @@ int IndexSort::findByKey(const Record &record) const
     const int position = scanForRow(record, first, probed);
     if (position != -1 || probed == count())
         return position;
-    return scanForRow(record, probed, upperBound(record, probed));
+    return scanForRow(record, probed, upperBound(record, probed, count()));
 }
 
 int IndexSort::indexOf(const Record &record) const
@@ -185,11 +185,15 @@ void IndexSort::update(const Record &record, int, int, int index)
         }
         qWarning("update Full search can impact the performance");
     }
+    // The place first, so that a comparison that throws leaves the record where it is.
+    const bool down = index > 0 && compare(m_list.at(index - 1), record) > 0;
+    const int place =
+        down ? upperBound(record, 0, index) : upperBound(record, index + 1, count()) - 1;
     // The argument may stand in the list.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
     m_list.remove(index);
-    m_list.insert(indexOfAdd(kept), kept);
+    m_list.insert(place, kept);
 }
 
 void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &updated, int, int,

@@ -22,7 +22,8 @@
 ///
 /// compare() and filter() see rows that nobody writes meanwhile; compare() is called from several
 /// threads at once while the index sorts. An index whose compare() or filter() throws inside a
-/// batch has to be rebuilt.
+/// batch has to be rebuilt, a master index resorted: either the batch did not reach it at all, or
+/// it holds the right records in a wrong order.
 class DATABASE_EXPORT IndexSort : public IndexList
 {
 public:
@@ -123,7 +124,7 @@ private:
 
     int findByKey(const Record &record) const;
     int lowerBound(const Record &key) const;
-    int upperBound(const Record &key, int from) const;
+    int upperBound(const Record &key, int from, int to) const;
     void scanForRows(std::vector<Wanted> &wanted, std::vector<int> &positions) const;
     bool inOrder(int before, const Record &record, int after) const;
 

@@ -1,6 +1,7 @@
 #include "database/indexes/sortbatch.h"
 
 #include "database/indexes/concurrentsort.h"
+#include "database/tables/firsterror.h"
 
 #include <algorithm>
 
@@ -19,8 +20,8 @@ void SortBatch::run()
     m_index.m_notes.clear();
     collectAffected();
     decide();
-    takeOut();
     gatherPending();
+    takeOut();
     mergePending();
 }
 
@@ -130,33 +131,37 @@ void SortBatch::decide()
     settleNeighbours();
 }
 
-// Tests those that stay again where a neighbour leaves, until all that stay are in order. Each test
-// follows a record that leaves, so there are at most twice as many as records.
+// Tests those that stay again where a neighbour left, round by round until all that stay are in
+// order. Whoever fails in a round leaves at its end: of two that stand in each other's way both do,
+// so that who leaves does not depend on the order of the tests. Each test follows a record that
+// left, so there are at most twice as many as records.
 void SortBatch::settleNeighbours()
 {
-    for (int i = 0; i < int(m_affected.size()); ++i) {
-        if (m_affected[size_t(i)].leaves)
-            unlink(i);
-    }
+    std::vector<int> leaving;
     std::vector<int> open;
     for (int i = 0; i < int(m_affected.size()); ++i) {
-        const Affected &affected = m_affected[size_t(i)];
-        if (!affected.leaves &&
-            (affected.left != affected.position - 1 || affected.right != affected.position + 1))
-            open.push_back(i);
+        if (m_affected[size_t(i)].leaves)
+            leaving.push_back(i);
     }
-    while (!open.empty()) {
-        const int i = open.back();
-        open.pop_back();
-        Affected &affected = m_affected[size_t(i)];
-        if (affected.leaves ||
-            m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right))
-            continue;
-        affected.leaves = true;
-        unlink(i);
-        for (const int neighbour : {affectedAt(i, affected.left), affectedAt(i, affected.right)}) {
-            if (neighbour != -1)
-                open.push_back(neighbour);
+    while (!leaving.empty()) {
+        for (const int i : leaving)
+            unlink(i);
+        open.clear();
+        for (const int i : leaving) {
+            const Affected &gone = m_affected[size_t(i)];
+            for (const int neighbour : {affectedAt(i, gone.left), affectedAt(i, gone.right)}) {
+                if (neighbour != -1 && !m_affected[size_t(neighbour)].leaves)
+                    open.push_back(neighbour);
+            }
+        }
+        leaving.clear();
+        for (const int i : open) {
+            Affected &affected = m_affected[size_t(i)];
+            if (affected.leaves ||
+                m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right))
+                continue;
+            affected.leaves = true; // its neighbours see it where it is until the round ends
+            leaving.push_back(i);
         }
     }
 }
@@ -185,52 +190,58 @@ void SortBatch::unlink(int i)
 
 // The two passes over the list --------------------------------------------------------------------
 
-void SortBatch::takeOut()
+void SortBatch::gatherPending()
 {
-    RangeSet<int> positions;
     int taken = 0;
-    m_takenOf.assign(size_t(m_updated.size()), -1);
+    std::vector<int> takenOf(size_t(m_updated.size()), -1); // places in m_taken to be
     for (const Affected &affected : m_affected) {
         if (!affected.leaves)
             continue;
-        positions.addRange(affected.position, affected.position + 1);
+        m_leaving.addRange(affected.position, affected.position + 1);
         if (affected.update != -1)
-            m_takenOf[size_t(affected.update)] = taken;
+            takenOf[size_t(affected.update)] = taken;
         ++taken;
     }
     m_taken.resize(size_t(taken));
-    m_index.m_list.takeRanges(positions, m_taken.data());
-}
 
-void SortBatch::gatherPending()
-{
-    m_pending.reserve(size_t(m_inserted.size()) + m_taken.size());
+    m_pending.reserve(size_t(m_inserted.size() + m_updated.size()));
     for (const Record &record : m_inserted) {
         if (m_index.filter(record))
-            m_pending.push_back(record);
+            m_pending.push_back({record.row(), -1});
     }
     for (int i = 0; i < m_updated.size(); ++i) {
-        if (!m_accepted[size_t(i)])
-            continue;
-        const int taken = m_takenOf[size_t(i)];
-        if (taken != -1)
-            m_pending.push_back(std::move(m_taken[size_t(taken)]));
-        else if (m_positions[size_t(m_removed.size() + i)] == -1)
-            m_pending.push_back(m_updated.at(i));
+        const bool outside = m_positions[size_t(m_removed.size() + i)] == -1;
+        if (m_accepted[size_t(i)] && (outside || takenOf[size_t(i)] != -1))
+            m_pending.push_back({m_updated.at(i).row(), takenOf[size_t(i)]});
     }
-    Record *const first = m_pending.data();
-    ConcurrentSort::stableSortHelper(first, first + m_pending.size(),
+    ConcurrentSort::stableSortHelper(m_pending.begin(), m_pending.end(),
                                      IndexSort::LessThan(&m_index));
+}
+
+void SortBatch::takeOut()
+{
+    m_index.m_list.takeRanges(m_leaving, m_taken.data());
 }
 
 void SortBatch::mergePending()
 {
-    std::vector<int> positions;
-    positions.reserve(m_pending.size());
-    int cursor = 0;
-    for (const Record &record : m_pending) {
-        cursor = m_index.upperBound(record, cursor);
-        positions.push_back(cursor);
+    std::vector<Record> records;
+    records.reserve(m_pending.size());
+    for (const Pending &pending : m_pending) {
+        if (pending.taken != -1)
+            records.push_back(std::move(m_taken[size_t(pending.taken)]));
+        else
+            records.push_back(pending);
     }
-    m_index.m_list.mergeInsert(positions.data(), m_pending.data(), int(m_pending.size()));
+    std::vector<int> positions(records.size(), m_index.count());
+    FirstError error;
+    error.run([&] {
+        int cursor = 0;
+        for (size_t i = 0; i < records.size(); ++i) {
+            cursor = m_index.upperBound(records[i], cursor, m_index.count());
+            positions[i] = cursor;
+        }
+    });
+    m_index.m_list.mergeInsert(positions.data(), records.data(), int(records.size()));
+    error.rethrow();
 }

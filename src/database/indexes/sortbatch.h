@@ -17,6 +17,10 @@
 /// once it has left so is the 10.
 ///
 /// Works on plain arrays whose lengths are those of the batch; lives for one process() call.
+///
+/// Everything is asked of the filter and, but for the places in the list, of the comparison before
+/// the list changes: when one of them throws by then, the list is as it was before the batch. Where
+/// the search for a place throws, the records that have none yet go to the end.
 class SortBatch
 {
 public:
@@ -39,6 +43,15 @@ private:
         bool leaves;
     };
 
+    /// A record to merge in. The plain row stands for its handle while the records are sorted, so
+    /// that a comparison which throws in the middle loses no reference.
+    struct Pending {
+        operator const Record &() const { return reinterpret_cast<const Record &>(row); }
+
+        uchar *row;
+        int taken; // its place among those that leave, -1 for a record from outside the index
+    };
+
     const Record &batchRecord(int slot) const;
     bool notesHold() const;
     void locate();
@@ -47,8 +60,8 @@ private:
     void settleNeighbours();
     int affectedAt(int from, int position) const;
     void unlink(int i);
-    void takeOut();
     void gatherPending();
+    void takeOut();
     void mergePending();
 
     IndexSort &m_index;
@@ -58,7 +71,7 @@ private:
     std::vector<int> m_positions;     // of the removed, then the updated records; -1 if not there
     std::vector<bool> m_accepted;     // whether the filter accepts each updated record
     std::vector<Affected> m_affected; // by position, each position once
-    std::vector<Record> m_taken;      // the handles of those that leave, by position
-    std::vector<int> m_takenOf;       // for each updated record its place in m_taken, or -1
-    std::vector<Record> m_pending;    // what is merged in
+    RangeSet<int> m_leaving;          // the positions of those that leave
+    std::vector<Record> m_taken;      // their handles, by position
+    std::vector<Pending> m_pending;   // what is merged in
 };

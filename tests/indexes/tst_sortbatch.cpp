@@ -1,0 +1,239 @@
+#include "indexes/indexfixture.h"
+
+#include <algorithm>
+#include <random>
+#include <set>
+
+namespace
+{
+
+/// A row of the random table together with what the test wrote into it.
+struct Row {
+    Record record;
+    int price;
+    bool listed;
+    bool leaves = false;  // removed by the batch at hand
+    bool changes = false; // updated by it
+};
+using Rows = std::vector<Row *>;
+
+bool cheaper(const Row *a, const Row *b)
+{
+    return a->price < b->price;
+}
+
+/// The order after a batch whose rows already hold their new values, in the plainest terms: rows
+/// leave in rounds until those that stay are in order, and come back one by one.
+Rows orderAfter(Rows standing, const Rows &updated, const Rows &inserted, bool listedOnly)
+{
+    const auto accepted = [=](const Row *row) { return !listedOnly || row->listed; };
+    for (size_t before = standing.size() + 1; standing.size() < before;) {
+        Rows next;
+        for (size_t i = 0; i < standing.size(); ++i) {
+            const Row *row = standing[i];
+            const bool tooHigh = i + 1 < standing.size() && cheaper(standing[i + 1], row);
+            const bool tooLow = i > 0 && cheaper(row, standing[i - 1]);
+            const bool out = row->changes && (!accepted(row) || tooHigh || tooLow);
+            if (!row->leaves && !out)
+                next.push_back(standing[i]);
+        }
+        before = standing.size();
+        standing.swap(next);
+    }
+    const std::set<Row *> stays(standing.begin(), standing.end());
+    Rows pending;
+    for (const Rows &source : {inserted, updated}) {
+        std::copy_if(source.begin(), source.end(), std::back_inserter(pending),
+                     [&](Row *row) { return accepted(row) && stays.count(row) == 0; });
+    }
+    std::stable_sort(pending.begin(), pending.end(), cheaper);
+    for (Row *row : pending)
+        standing.insert(std::upper_bound(standing.begin(), standing.end(), row, cheaper), row);
+    return standing;
+}
+
+enum class Start { Random, Ascending, Descending, AllEqual };
+enum class Notes { Given, Missing, Mixed };
+
+struct Scenario {
+    const char *name;
+    int rows;
+    int batches;
+    int changes; // most changes of one batch
+    int prices;  // distinct keys
+    Start start = Start::Random;
+    bool listedOnly = false;
+    Notes notes = Notes::Given;
+};
+
+class RandomBatches : public ::testing::TestWithParam<Scenario>
+{
+protected:
+    int random(int n) { return int(rng() % unsigned(n)); }
+
+    Row *makeRow(int price)
+    {
+        const int id = int(pool.size());
+        const bool listed = random(4) != 0;
+        pool.push_back(std::make_unique<Row>(Row{table.row(id, price, listed), price, listed}));
+        return pool.back().get();
+    }
+
+    int firstPrice(int i)
+    {
+        switch (scenario.start) {
+        case Start::Random:
+            return random(scenario.prices);
+        case Start::Ascending:
+            return i;
+        case Start::Descending:
+            return scenario.rows - i;
+        case Start::AllEqual:
+            break;
+        }
+        return 7;
+    }
+
+    void fill()
+    {
+        for (int i = 0; i < scenario.rows; ++i) {
+            Row *row = makeRow(firstPrice(i));
+            live.push_back(row);
+            if (!index.filter(row->record))
+                continue;
+            order.insert(std::upper_bound(order.begin(), order.end(), row, cheaper), row);
+            index.add(row->record);
+        }
+    }
+
+    /// Draws a batch, puts it through the index as a table does, and through the model.
+    void runBatch()
+    {
+        // Most batches are small; some touch every row.
+        const int most = random(4) == 0 ? scenario.changes : qMin(scenario.changes, 12);
+        const int touched = qMin(1 + random(most), int(live.size()));
+        std::shuffle(live.begin(), live.end(), rng);
+        QList<Record> removed;
+        QList<Record> updated;
+        QList<Record> inserted;
+        QList<Record> values;
+        Rows updatedRows;
+        Rows insertedRows;
+        const int removals = random(touched + 1) / 2;
+        for (int i = 0; i < touched; ++i) {
+            Row *row = live[size_t(i)];
+            row->leaves = i < removals;
+            row->changes = !row->leaves;
+            (row->leaves ? removed : updated).append(row->record);
+            if (row->leaves)
+                continue;
+            if (random(5) != 0)
+                row->price = random(2) ? row->price + random(3) - 1 : random(scenario.prices);
+            row->listed = random(4) != 0;
+            updatedRows.push_back(row);
+            values.append(table.row(-1, row->price, row->listed));
+        }
+        const int lost = qMax(scenario.rows - int(live.size()), 0);
+        for (int i = random(touched + 1) / 2 + random(lost + 1); i > 0; --i) {
+            insertedRows.push_back(makeRow(random(scenario.prices)));
+            inserted.append(insertedRows.back()->record);
+        }
+
+        const bool noted =
+            scenario.notes == Notes::Given || (scenario.notes == Notes::Mixed && random(2));
+        if (noted)
+            index.preprocess(removed, updated, kPrice, kListed, inserted, values);
+        for (int i = 0; i < updated.size(); ++i)
+            updated[i].copy(values.at(i), kPrice, kListed);
+        index.process(removed, updated, kPrice, kListed, inserted);
+
+        order = orderAfter(order, updatedRows, insertedRows, scenario.listedOnly);
+        live.erase(live.begin(), live.begin() + removals);
+        live.insert(live.end(), insertedRows.begin(), insertedRows.end());
+        for (const auto &row : pool)
+            row->leaves = row->changes = false;
+    }
+
+    void checkOrder()
+    {
+        ASSERT_TRUE(index.list().verify());
+        ASSERT_EQ(index.count(), int(order.size()));
+        int i = 0;
+        for (const Record &record : index) {
+            const Row *row = order[size_t(i)];
+            ASSERT_EQ(cellOf(record, kId), cellOf(row->record, kId)) << "at position " << i;
+            ++i;
+        }
+        Rows held = order;
+        std::sort(held.begin(), held.end());
+        for (const auto &row : pool) {
+            const bool stands = std::binary_search(held.begin(), held.end(), row.get());
+            ASSERT_EQ(refCountOf(row->record), stands ? 2 : 1) << cellOf(row->record, kId);
+        }
+    }
+
+    void checkSearches()
+    {
+        const Row probe{table.row(-1, random(scenario.prices + 2) - 1), 0, true};
+        Row key = probe;
+        key.price = cellOf(probe.record, kPrice);
+        const int from = random(index.count() + 2) - 1;
+        const auto start = order.begin() + qMin(from + 1, index.count());
+        const auto [low, high] = std::equal_range(start, order.end(), &key, cheaper);
+        const bool found = low != high;
+        EXPECT_EQ(index.search(key.record, from), found ? low - order.begin() : -1);
+        EXPECT_EQ(index.searchLast(key.record, from), found ? high - order.begin() - 1 : -1);
+        EXPECT_EQ(index.searchFull(key.record, from), found ? low - start : -1);
+        EXPECT_EQ(index.find(key.record, from), found ? (*low)->record : Record());
+        EXPECT_EQ(index.indexOfAdd(key.record),
+                  std::upper_bound(order.begin(), order.end(), &key, cheaper) - order.begin());
+        const Row *row = pool[size_t(random(int(pool.size())))].get();
+        const auto place = std::find(order.begin(), order.end(), row);
+        const int position = place == order.end() ? -1 : int(place - order.begin());
+        EXPECT_EQ(index.indexOf(row->record), position);
+        EXPECT_EQ(index.indexOfs({row->record}), (QMap<Record, int>{{row->record, position}}));
+    }
+
+    const Scenario scenario = GetParam();
+    const unsigned seed = 20240607;
+    std::mt19937 rng{seed};
+    QuoteTable table;
+    QuoteSort index{&table, kPrice, scenario.listedOnly, false};
+    std::vector<std::unique_ptr<Row>> pool; // every row ever made, by id
+    Rows live;                              // those that the table would hold
+    Rows order;                             // those that the index has to hold
+};
+
+TEST_P(RandomBatches, leaveTheOrderOfThePlainModel)
+{
+    fill();
+    ASSERT_NO_FATAL_FAILURE(checkOrder());
+    const int batches = kSanitized ? qMin(scenario.batches, 100) : scenario.batches;
+    for (int step = 0; step < batches && !live.empty(); ++step) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed << ", batch " << step);
+        runBatch();
+        ASSERT_NO_FATAL_FAILURE(checkOrder());
+        for (int i = 0; i < 5; ++i)
+            checkSearches();
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    IndexSort, RandomBatches,
+    ::testing::Values(
+        Scenario{"a_single_row", 1, 100, 3, 3}, //
+        Scenario{"a_few_rows_of_two_prices", 6, 2000, 6, 2},
+        Scenario{"a_few_rows", 20, 2000, 25, 12},
+        Scenario{"a_few_rows_without_notes", 20, 1000, 25, 8, Start::Random, false, Notes::Missing},
+        Scenario{"a_few_rows_filtered", 20, 2000, 25, 8, Start::Random, true, Notes::Mixed},
+        Scenario{"all_prices_equal", 300, 200, 300, 2, Start::AllEqual},
+        Scenario{"nearly_all_prices_equal_filtered", 700, 30, 700, 1, Start::AllEqual, true},
+        Scenario{"ascending", 400, 200, 400, 400, Start::Ascending, true},
+        Scenario{"descending", 400, 200, 400, 400, Start::Descending},
+        Scenario{"large_batches", 3000, 40, 2000, 50, Start::Random, true, Notes::Mixed},
+        Scenario{"several_chunks", 25000, 12, 2000, 300},
+        Scenario{"a_large_table", 100000, 4, 2000, 1000000, Start::Ascending, false, Notes::Mixed}),
+    caseName<Scenario>);
+
+} // namespace

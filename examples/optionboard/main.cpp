@@ -1,0 +1,149 @@
+// A board of stock options as an application would keep it: two tables of quotes and one of trades,
+// the indexes that its views need, and one batch of changes per snapshot of the market.
+
+#include "board.h"
+#include "csvfeed.h"
+#include "progress.h"
+#include "report.h"
+#include "simulatedfeed.h"
+
+#include <QtCore/qcommandlineparser.h>
+#include <QtCore/qcoreapplication.h>
+#include <QtCore/qelapsedtimer.h>
+#include <QtCore/qfileinfo.h>
+
+#include <cstdio>
+#include <memory>
+
+namespace
+{
+
+enum ExitCode { kFine = 0, kSomeSnapshotFailed = 1, kBadArguments = 2 };
+
+constexpr int kDefaultSnapshots = 20; // of the simulated market
+constexpr int kDefaultTop = 10;
+constexpr quint64 kSeed = 20260302;
+
+struct Arguments {
+    QString data;    ///< empty for the simulated market
+    int batches = 0; ///< 0 for all files
+    int top = kDefaultTop;
+};
+
+/// \throws QString what is wrong with a value
+int positive(const QCommandLineParser &parser, const QString &option, int fallback)
+{
+    if (!parser.isSet(option))
+        return fallback;
+    bool ok = false;
+    const int value = parser.value(option).toInt(&ok);
+    if (!ok || value < 1)
+        throw QStringLiteral("--%1 takes a whole number above 0, not '%2'")
+            .arg(option, parser.value(option));
+    return value;
+}
+
+/// Ends the program when help is asked for. \throws QString what is wrong with the arguments
+Arguments readArguments(const QStringList &arguments)
+{
+    const QString data = QStringLiteral("data"), batches = QStringLiteral("batches"),
+                  top = QStringLiteral("top");
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Replays snapshots of a market of stock options into tables with live indexes."));
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  QStringLiteral("Show this text."));
+    parser.addOption(help);
+    parser.addOptions(
+        {{data,
+          QStringLiteral("Take the CSV files of <DIR> in the order of their names; "
+                         "without it, a simulated market."),
+          QStringLiteral("DIR")},
+         {batches,
+          QStringLiteral("Stop after <N> snapshots (all files; %1 of the simulated market).")
+              .arg(kDefaultSnapshots),
+          QStringLiteral("N")},
+         {top, QStringLiteral("List the <K> options of the highest volume (%1).").arg(kDefaultTop),
+          QStringLiteral("K")}});
+    if (!parser.parse(arguments))
+        throw parser.errorText();
+    if (parser.isSet(help))
+        parser.showHelp(kFine);
+    if (!parser.positionalArguments().isEmpty())
+        throw QStringLiteral("unexpected argument '%1'").arg(parser.positionalArguments().first());
+    if (parser.isSet(data) && !QFileInfo(parser.value(data)).isDir())
+        throw QStringLiteral("--data: there is no folder '%1'").arg(parser.value(data));
+    return {parser.value(data),
+            positive(parser, batches, parser.isSet(data) ? 0 : kDefaultSnapshots),
+            positive(parser, top, kDefaultTop)};
+}
+
+std::unique_ptr<Feed> makeFeed(const Arguments &arguments)
+{
+    if (arguments.data.isEmpty())
+        return std::make_unique<SimulatedFeed>(arguments.batches, kSeed);
+    return std::make_unique<CsvFeed>(QDir(arguments.data), arguments.batches);
+}
+
+void complain(const QString &message)
+{
+    std::fprintf(stderr, "optionboard: %s\n", message.toUtf8().constData());
+}
+
+/// Plays all snapshots; what is wrong with one is reported, and the next one follows.
+ExitCode run(const Arguments &arguments)
+{
+    const std::unique_ptr<Feed> feed = makeFeed(arguments);
+    if (feed->count() == 0) {
+        complain(QStringLiteral("there is no CSV file in '%1'").arg(arguments.data));
+        return kSomeSnapshotFailed;
+    }
+    int nameWidth = 0;
+    for (int i = 0; i < feed->count(); ++i)
+        nameWidth = std::max(nameWidth, feed->name(i).size());
+
+    QTextStream out(stdout);
+    out.setCodec("UTF-8");
+    Board board;
+    Report report(out, board, nameWidth);
+    Progress progress(feed->count());
+    ExitCode result = kFine;
+    datetime now;
+    report.printHeading();
+    for (int i = 0; i < feed->count(); ++i) {
+        progress.show(i, feed->name(i));
+        try {
+            QElapsedTimer timer;
+            timer.start();
+            const Snapshot snapshot = feed->next();
+            const qint64 readTime = timer.nsecsElapsed();
+            const SnapshotCounts counts = board.apply(snapshot);
+            now = snapshot.time;
+            progress.clear();
+            report.printSnapshot(i + 1, feed->name(i), counts, readTime);
+        } catch (const QString &fault) {
+            progress.clear();
+            complain(fault);
+            result = kSomeSnapshotFailed;
+        }
+    }
+    report.printSummary(arguments.top, now);
+    return result;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("optionboard"));
+    Arguments arguments;
+    try {
+        arguments = readArguments(QCoreApplication::arguments());
+    } catch (const QString &fault) {
+        complain(fault);
+        complain(QStringLiteral("--help lists the options"));
+        return kBadArguments;
+    }
+    return run(arguments);
+}

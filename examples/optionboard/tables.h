@@ -1,0 +1,46 @@
+#pragma once
+
+#include "feed.h"
+
+#include <database/tables/table.h>
+
+/// The three tables of the board. Their columns are numbered by the enumerations; the first ones
+/// are the key, by which the rows stand in order.
+
+/// One row per stock.
+class UnderlyingTable : public Table
+{
+public:
+    enum Column { kStock, kLast, kHigh, kLow, kChangePercent, kTime };
+
+    UnderlyingTable();
+};
+
+/// One row per listed option.
+class OptionTable : public Table
+{
+public:
+    enum Column {
+        kStock,
+        kExpiry,
+        kStrike,
+        kSide, ///< "C" or "P"
+        kLast, ///< NULL while it never traded
+        kOpenInterest,
+        kVolume,
+        kOpen,   ///< the first price seen since the option came to the board
+        kChange, ///< last - open, exactly; NULL while it never traded
+        kTime    ///< of the snapshot that changed the row last
+    };
+
+    OptionTable();
+};
+
+/// What was traded between two snapshots: one row for each option whose volume grew.
+class TradeTable : public Table
+{
+public:
+    enum Column { kNumber, kTime, kStock, kExpiry, kStrike, kSide, kLast, kQuantity };
+
+    TradeTable();
+};

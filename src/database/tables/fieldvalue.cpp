@@ -49,6 +49,18 @@ FieldValue &FieldValue::operator=(const FieldValue &other)
     return *this;
 }
 
+FieldValue &FieldValue::operator=(const Field &other)
+{
+    copyFrom(other);
+    return *this;
+}
+
+FieldValue &FieldValue::operator=(const QStringRef &text)
+{
+    Field::operator=(text);
+    return *this;
+}
+
 FieldValue::~FieldValue() = default;
 
 void FieldValue::init(TableColumnDef *column)

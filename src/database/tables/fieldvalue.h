@@ -23,9 +23,10 @@ public:
     explicit FieldValue(const Field &other);
     FieldValue(const FieldValue &other);
     FieldValue &operator=(const FieldValue &other);
+    /// Copies column, value and presence too: a FieldValue never becomes a view of another cell.
+    FieldValue &operator=(const Field &other);
+    FieldValue &operator=(const QStringRef &text);
     virtual ~FieldValue();
-
-    using Field::operator=;
 
     QString toText() const { return toString(); }
     /// Parses as Field::operator=(const QStringRef &), with its exceptions.

@@ -9,6 +9,30 @@ namespace
 {
 constexpr qint32 kNoFirst = std::numeric_limits<qint32>::max();
 constexpr qint32 kNoLast = -1;
+
+using Ops = QMap<RecordsTrans::MapKey, RecordsTrans::Op>;
+
+// The entry of a key, or the place where it belongs. Comparing keys is what filling a batch costs,
+// and batches often arrive in key order: behind the last entry is looked first.
+Ops::iterator placeOf(Ops &ops, const RecordsTrans::MapKey &key)
+{
+    return ops.isEmpty() || ops.lastKey() < key ? ops.end() : ops.lowerBound(key);
+}
+
+bool holds(const Ops &ops, Ops::const_iterator place, const RecordsTrans::MapKey &key)
+{
+    return place != ops.cend() && !(key < place.key());
+}
+
+void enter(Ops &ops, const RecordsTrans::MapKey &key, const RecordsTrans::Op &op)
+{
+    const Ops::iterator place = placeOf(ops, key);
+    if (holds(ops, place, key))
+        *place = op;
+    else
+        ops.insert(place, key, op);
+}
+
 } // namespace
 
 bool operator<(const RecordsTrans::MapKey &a, const RecordsTrans::MapKey &b)
@@ -85,23 +109,24 @@ void RecordsTrans::removeRow(const Record &live)
     mergeRemovedRow(live);
 }
 
-RecordUpdater RecordsTrans::upsertRow(const Record &key)
+RecordUpdater RecordsTrans::upsertRow(const Record &keyRow)
 {
-    const auto entry = m_ops.constFind(MapKey(key));
-    if (entry != m_ops.cend())
+    const MapKey key(keyRow);
+    const auto entry = placeOf(m_ops, key);
+    if (holds(m_ops, entry, key))
         return updateRow(entry->record);
-    const Record live = m_table->masterIndex()->find(key, -1);
-    return live ? updateRow(live) : insertRow(key.clone());
+    const Record live = m_table->masterIndex()->find(keyRow, -1);
+    return live ? updateRow(live) : insertRow(keyRow.clone());
 }
 
 Record RecordsTrans::pendingUpdate(const Record &live)
 {
     const MapKey key(live);
-    const auto entry = m_ops.find(key);
-    if (entry == m_ops.end()) {
+    const auto entry = placeOf(m_ops, key);
+    if (!holds(m_ops, entry, key)) {
         Record copy = live.clone();
-        m_changes.insert(key, {copy, Updated});
-        m_ops.insert(key, {live, Updated});
+        enter(m_changes, key, {copy, Updated});
+        m_ops.insert(entry, key, {live, Updated});
         return copy;
     }
     switch (entry->kind) {
@@ -113,26 +138,30 @@ Record RecordsTrans::pendingUpdate(const Record &live)
         break;
     }
     Record copy = entry->record.clone();
-    m_changes.insert(key, {copy, Updated});
+    enter(m_changes, key, {copy, Updated});
     entry->kind = Updated;
     return copy;
 }
 
 void RecordsTrans::mergeInsertedRow(const Record &row)
 {
-    // Erased rather than overwritten: the key has to refer to the row that stays.
     const MapKey key(row);
-    m_changes.remove(key);
-    m_ops.remove(key);
-    m_ops.insert(key, {row, Inserted});
+    auto place = placeOf(m_ops, key);
+    if (holds(m_ops, place, key)) {
+        if (place->kind == Updated)
+            m_changes.remove(key);
+        // Erased rather than overwritten: the key has to refer to the row that stays.
+        place = m_ops.erase(place);
+    }
+    m_ops.insert(place, key, {row, Inserted});
 }
 
 void RecordsTrans::mergeRemovedRow(const Record &row)
 {
     const MapKey key(row);
-    const auto entry = m_ops.find(key);
-    if (entry == m_ops.end()) {
-        m_ops.insert(key, {row, Removed});
+    const auto entry = placeOf(m_ops, key);
+    if (!holds(m_ops, entry, key)) {
+        m_ops.insert(entry, key, {row, Removed});
         return;
     }
     if (entry->kind == Updated)
@@ -143,19 +172,20 @@ void RecordsTrans::mergeRemovedRow(const Record &row)
 void RecordsTrans::mergeUpdatedRow(const Record &live, const Record &changed, int first, int last)
 {
     const MapKey key(live);
-    const auto entry = m_ops.find(key);
-    if (entry != m_ops.end() && entry->kind == Inserted)
+    const auto entry = placeOf(m_ops, key);
+    const bool found = holds(m_ops, entry, key);
+    if (found && entry->kind == Inserted)
         return;
     widen(first, last);
-    if (entry == m_ops.end()) {
-        m_changes.insert(key, {changed, Updated});
-        m_ops.insert(key, {live, Updated});
-    } else if (entry->kind == Removed) {
-        m_changes.insert(key, {changed, Updated});
-        entry->kind = Updated;
-    } else {
+    if (found && entry->kind == Updated) {
         m_changes.find(key)->record.copy(changed, first, last);
+        return;
     }
+    enter(m_changes, key, {changed, Updated});
+    if (found)
+        entry->kind = Updated;
+    else
+        m_ops.insert(entry, key, {live, Updated});
 }
 
 void RecordsTrans::merge(const QList<Record> &removed, const QList<Record> &updated, int first,

@@ -79,8 +79,8 @@ public:
     /// Enters the removal of a live row.
     void removeRow(const Record &live);
     /// The pending row of that key, else an update of the live row of that key, else the insertion
-    /// of a copy of \p key. The record serves as a key only and may be used again.
-    RecordUpdater upsertRow(const Record &key);
+    /// of a copy of \p keyRow. The record serves as a key only and may be used again.
+    RecordUpdater upsertRow(const Record &keyRow);
 
     /// Fold one operation in, by the table above. Columns \p first..last of \p changed hold the new
     /// values; -1 means the first and the last column. Widens the range of the batch.

@@ -5,14 +5,6 @@
 
 #include <algorithm>
 
-namespace
-{
-
-// Rows of one key that are looked at by identity before the end of the key's run is searched for.
-constexpr int kProbes = 8;
-
-} // namespace
-
 IndexSort::IndexSort(Table *table, bool addToTable)
     : IndexList(table, addToTable)
 {
@@ -75,57 +67,10 @@ int IndexSort::indexOfAdd(const Record &record) const
     return upperBound(record, 0, count());
 }
 
-// The position of this very row where its key says that it stands, or -1.
-int IndexSort::findByKey(const Record &record) const
-{
-    const int first = lowerBound(record);
-    const int probed = qMin(first + kProbes, count());
-    const int position = scanForRow(record, first, probed);
-    if (position != -1 || probed == count())
-        return position;
-    return scanForRow(record, probed, upperBound(record, probed, count()));
-}
-
 int IndexSort::indexOf(const Record &record) const
 {
     const int position = findByKey(record);
     return position != -1 ? position : IndexList::indexOf(record);
-}
-
-QMap<Record, int> IndexSort::indexOfs(const QList<Record> &records) const
-{
-    std::vector<int> positions;
-    std::vector<Wanted> wanted;
-    positions.reserve(size_t(records.size()));
-    for (int i = 0; i < records.size(); ++i) {
-        positions.push_back(findByKey(records.at(i)));
-        if (positions.back() == -1)
-            wanted.push_back({records.at(i).row(), i});
-    }
-    scanForRows(wanted, positions);
-    QMap<Record, int> result;
-    for (int i = 0; i < records.size(); ++i)
-        result.insert(records.at(i), positions[size_t(i)]);
-    return result;
-}
-
-// Looks all wanted rows up in one walk over the index; sorts them by row for that.
-void IndexSort::scanForRows(std::vector<Wanted> &wanted, std::vector<int> &positions) const
-{
-    if (wanted.empty())
-        return;
-    const auto byRow = [](const Wanted &a, const Wanted &b) {
-        return std::less<const uchar *>()(a.row, b.row);
-    };
-    std::sort(wanted.begin(), wanted.end(), byRow);
-    int position = 0;
-    for (const Record &element : m_list) {
-        auto found =
-            std::lower_bound(wanted.begin(), wanted.end(), Wanted{element.row(), 0}, byRow);
-        for (; found != wanted.end() && found->row == element.row(); ++found)
-            positions[size_t(found->slot)] = position;
-        ++position;
-    }
 }
 
 // Whether a record fits between the records at two positions, either of which may lie outside.

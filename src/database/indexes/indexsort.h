@@ -123,6 +123,7 @@ private:
     };
 
     int findByKey(const Record &record) const;
+    std::vector<int> findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
     int lowerBound(const Record &key) const;
     int upperBound(const Record &key, int from, int to) const;
     void scanForRows(std::vector<Wanted> &wanted, std::vector<int> &positions) const;

@@ -32,35 +32,30 @@ const Record &SortBatch::batchRecord(int slot) const
 
 // Positions ---------------------------------------------------------------------------------------
 
+std::vector<const Record *> SortBatch::affectedRows(const QList<Record> &removed,
+                                                    const QList<Record> &updated)
+{
+    std::vector<const Record *> rows;
+    rows.reserve(size_t(removed.size() + updated.size()));
+    for (const Record &record : removed)
+        rows.push_back(&record);
+    for (const Record &record : updated)
+        rows.push_back(&record);
+    return rows;
+}
+
 void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
                           const QList<Record> &updated)
 {
-    std::vector<int> positions;
-    std::vector<IndexSort::Wanted> wanted;
-    std::vector<IndexSort::Note> notes;
-    positions.reserve(size_t(removed.size() + updated.size()));
-    const auto note = [&](const Record &record) {
-        const int position = index.findByKey(record);
-        // A record that belongs here but does not stand where its key says: its key has changed
-        // behind the index's back.
-        if (position == -1 && index.filter(record))
-            wanted.push_back({record.row(), int(positions.size())});
-        positions.push_back(position);
-    };
-    for (const Record &record : removed)
-        note(record);
-    for (const Record &record : updated)
-        note(record);
-    index.scanForRows(wanted, positions);
-
-    notes.reserve(positions.size());
-    for (size_t i = 0; i < positions.size(); ++i) {
-        const int slot = int(i);
-        const Record &record =
-            slot < removed.size() ? removed.at(slot) : updated.at(slot - removed.size());
-        notes.push_back({record.row(), positions[i]});
-    }
-    index.m_notes.swap(notes);
+    const std::vector<const Record *> rows = affectedRows(removed, updated);
+    // Nothing is noted when one of them throws.
+    index.m_notes.clear();
+    // A record that belongs here but does not stand where its key says is searched for: its key has
+    // changed behind the index's back.
+    const std::vector<int> positions = index.findRows(rows, false);
+    index.m_notes.reserve(positions.size());
+    for (size_t i = 0; i < positions.size(); ++i)
+        index.m_notes.push_back({rows[i]->row(), positions[i]});
 }
 
 // Whether the notes are of this very batch and the records still stand where they were noted.
@@ -81,20 +76,13 @@ bool SortBatch::notesHold() const
 
 void SortBatch::locate()
 {
-    const int slotCount = m_removed.size() + m_updated.size();
-    m_positions.reserve(size_t(slotCount));
-    if (notesHold()) {
-        for (const auto &note : m_index.m_notes)
-            m_positions.push_back(note.position);
+    if (!notesHold()) {
+        m_positions = m_index.findRows(affectedRows(m_removed, m_updated), true);
         return;
     }
-    std::vector<IndexSort::Wanted> wanted;
-    for (int slot = 0; slot < slotCount; ++slot) {
-        m_positions.push_back(m_index.findByKey(batchRecord(slot)));
-        if (m_positions.back() == -1)
-            wanted.push_back({batchRecord(slot).row(), slot});
-    }
-    m_index.scanForRows(wanted, m_positions);
+    m_positions.reserve(m_index.m_notes.size());
+    for (const auto &note : m_index.m_notes)
+        m_positions.push_back(note.position);
 }
 
 void SortBatch::collectAffected()

@@ -52,6 +52,8 @@ private:
         int taken; // its place among those that leave, -1 for a record from outside the index
     };
 
+    static std::vector<const Record *> affectedRows(const QList<Record> &removed,
+                                                    const QList<Record> &updated);
     const Record &batchRecord(int slot) const;
     bool notesHold() const;
     void locate();

@@ -14,9 +14,12 @@ public:
     using IndexVector::IndexVector;
     int compare(const Record &a, const Record &b) const override
     {
+        fuse.burn();
         return cellOf(a, kPrice) - cellOf(b, kPrice);
     }
     bool filter(const Record &record) const override { return cellOf(record, kListed) != 0; }
+
+    Fuse fuse;
 };
 
 class VectorIndex : public ::testing::Test
@@ -73,6 +76,22 @@ TEST_F(VectorIndex, sortsAgainStably)
     table.at(3).data(kPrice).setValue(1);
     index.resort();
     EXPECT_EQ(idsOf(index.records()), (Ids{3, 1, 0, 2}));
+}
+
+TEST_F(VectorIndex, staysAsItIsWhenAComparisonThrowsWhileItSorts)
+{
+    table.appendAll(std::vector<int>(40, 7));
+    table.at(39).data(kPrice).setValue(1);
+    for (int questions = 0; questions < 60; ++questions) {
+        index.fuse.set(questions);
+        EXPECT_THROW(index.resort(), std::runtime_error);
+        index.fuse.set(-1);
+        ASSERT_EQ(index.records().size(), 40);
+        for (int i = 0; i < 40; ++i)
+            ASSERT_EQ(index.records().at(i), table.at(i)) << "after " << questions;
+    }
+    index.resort();
+    EXPECT_EQ(index.records().first(), table.at(39));
 }
 
 } // namespace

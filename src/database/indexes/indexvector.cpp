@@ -69,8 +69,11 @@ int IndexVector::search(const Record &key, int from) const
 
 void IndexVector::resort()
 {
+    // A copy is sorted: where the comparison throws, a sort leaves records in its buffers.
+    QVector<Record> sorted = m_records;
     sortIndex = this;
-    std::stable_sort(m_records.begin(), m_records.end(), &IndexVector::lessThan);
+    std::stable_sort(sorted.begin(), sorted.end(), &IndexVector::lessThan);
+    m_records.swap(sorted);
 }
 
 bool IndexVector::lessThan(const Record &a, const Record &b)

@@ -27,6 +27,8 @@ struct LimitedBatch {
     int limit;
     Ids inserted, removed, updated;
     Ids left; // of the rows 0..5, whose prices fall as their ids rise, and the inserted ones
+
+    friend void PrintTo(const LimitedBatch &batch, std::ostream *out) { *out << batch.name; }
 };
 
 class LimitIndex : public ::testing::TestWithParam<LimitedBatch>

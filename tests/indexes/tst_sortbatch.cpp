@@ -64,6 +64,8 @@ struct Scenario {
     Start start = Start::Random;
     bool listedOnly = false;
     Notes notes = Notes::Given;
+
+    friend void PrintTo(const Scenario &scenario, std::ostream *out) { *out << scenario.name; }
 };
 
 class RandomBatches : public ::testing::TestWithParam<Scenario>

@@ -23,6 +23,8 @@ public:
     explicit FieldValue(const Field &other);
     FieldValue(const FieldValue &other);
     FieldValue &operator=(const FieldValue &other);
+    /// Copies as well: a Field assigned to a Field changes what it views, a FieldValue never does.
+    FieldValue &operator=(const Field &other);
     virtual ~FieldValue();
 
     using Field::operator=;
@@ -39,8 +41,6 @@ protected:
     void init(FieldType::Type type, int length, bool nullable, qint64 size);
 
 private:
-    void copyFrom(const Field &other);
-
     std::unique_ptr<TableColumnDef> m_ownColumn;
     std::unique_ptr<quint64[]> m_buffer; // 8-byte aligned
 };

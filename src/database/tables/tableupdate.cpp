@@ -192,11 +192,10 @@ void Table::processSingleTransaction(RecordsTrans &transaction)
     QList<Record> updated = transaction.updateList();
     const QList<Record> inserted = transaction.insertList();
     const QList<Record> changed = transaction.changeList();
-    const int first = transaction.first();
-    const int last = transaction.last();
+    const QPair<int, int> columns = transaction.columns();
     // Emptied before the passes: whatever an index throws, the batch is spent.
     transaction.clear();
-    processSingleTransaction(removed, updated, first, last, inserted, changed);
+    processSingleTransaction(removed, updated, columns.first, columns.second, inserted, changed);
 }
 
 void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,

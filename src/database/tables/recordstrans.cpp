@@ -191,8 +191,6 @@ void RecordsTrans::merge(RecordsTrans &other)
 
 void RecordsTrans::execute()
 {
-    if (m_first > m_last)
-        widen(0, m_table->columnCount() - 1);
     if (!m_ops.isEmpty())
         m_table->process(*this);
 }

@@ -348,7 +348,7 @@ int Table::rowCount() const
 
 const Record &Table::at(int i) const
 {
-    return i < 0 ? Record::null : d->masterIndex->at(i);
+    return i >= 0 && i < rowCount() ? d->masterIndex->at(i) : Record::null;
 }
 
 Field Table::dataPtr(uchar *row, int column) const

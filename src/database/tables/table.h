@@ -108,7 +108,7 @@ public:
     void appendList(const QList<Record> &records);
 
     int rowCount() const;
-    /// The i-th record of the master index; a null record out of range.
+    /// The i-th record of the master index; Record::null out of range.
     const Record &at(int i) const;
     Field dataPtr(uchar *row, int column) const;
     Field data(int row, int column) const;

@@ -213,6 +213,30 @@ TEST(EnlargedRows, changeNothingWhenTheTypeIsRefused)
     EXPECT_EQ(refCount(row), 2);
 }
 
+TEST(EnlargedRows, areBuiltIntoEveryIndexAlsoWhenOneThrows)
+{
+    Table table(QStringLiteral("t"), QString());
+    QStringList log;
+    RecordingIndex a(&table, QStringLiteral("a"), &log);
+    RecordingIndex b(&table, QStringLiteral("b"), &log);
+    table.addIndex(&a);
+    table.addIndex(&b);
+    table.addColumn(QStringLiteral("n"), FieldType::Integer, 0);
+    appendTexts(table, {"1"});
+    a.onCall = [](const QString &call) {
+        if (call == QLatin1String("build"))
+            throw QStringLiteral("full");
+    };
+    EXPECT_EQ(thrownBy([&] { table.addColumn(QStringLiteral("m"), FieldType::Integer, 0); }),
+              QStringLiteral("QString: full"));
+    EXPECT_EQ(rows(b.held), QStringList{"1 NULL"});
+    EXPECT_EQ(thrownBy([&] { table.build(); }), QStringLiteral("QString: full"));
+    EXPECT_EQ(rows(b.held), QStringList{"1 NULL"});
+    a.onCall = nullptr;
+    table.removeIndex(&a);
+    table.removeIndex(&b);
+}
+
 class RowNotifications : public ::testing::Test
 {
 protected:

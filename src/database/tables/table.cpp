@@ -120,9 +120,7 @@ void Table::addColumn(const TableColumnDef &def)
 
     for (const Record &record : qAsConst(records))
         d->masterIndex->add(record);
-    const QList<Index *> indexes = d->indexes;
-    for (Index *index : indexes)
-        index->build();
+    build();
 }
 
 // Gives every row the block of the new layout. The list's handles are the only ones left in the

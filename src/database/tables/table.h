@@ -161,7 +161,7 @@ public:
     QList<Index *> indexes() const;
     QList<Index *> dependentIndexes() const;
     void setIndexes(const QList<Index *> &indexes); ///< replaces the list, without signals
-    /// Builds every secondary index, in the order of registration.
+    /// Builds every secondary index, in the order of registration, also when one throws.
     void build();
 
     // Update bracket ----------------------------------------------------------------------------

@@ -81,9 +81,11 @@ void Table::setIndexes(const QList<Index *> &indexes)
 
 void Table::build()
 {
+    FirstError error;
     const QList<Index *> indexes = d->indexes;
     for (Index *index : indexes)
-        index->build();
+        error.run([&] { index->build(); });
+    error.rethrow();
 }
 
 // Update bracket ----------------------------------------------------------------------------------

@@ -431,6 +431,64 @@ TEST_F(UpdateCycle, registersIndexesByOrderAndName)
     EXPECT_EQ(m_log, (QStringList{"b.build", "a.build"}));
 }
 
+TEST_F(UpdateCycle, letsIndexesComeAndGoInsideEveryCall)
+{
+    // Inside each call a destroys the index behind it and makes another, which builds itself.
+    std::unique_ptr<IndexList> made;
+    auto goes = std::make_unique<RecordingIndex>(&m_table, QStringLiteral("gone"), &m_log);
+    QString where;
+    m_a.onCall = [&](const QString &call) {
+        if (call != where || !goes)
+            return;
+        m_table.removeIndex(goes.get());
+        goes.reset();
+        made = std::make_unique<IndexList>(&m_table, true);
+        made->build();
+    };
+    struct Case {
+        const char *call;
+        std::function<void()> act;
+    };
+    RecordsTrans batch(&m_table);
+    int key = 10;
+    const auto change = [&] {
+        insert(batch, QByteArray::number(++key).constData());
+        batch.execute();
+    };
+    const Case cases[] = {
+        {"preprocess", change},
+        {"process", change},
+        {"add", [&] { appendTexts(m_table, {QByteArray::number(++key).constData()}); }},
+        {"update", [&] { m_table.updatedRow(0); }},
+        {"remove ", [&] { m_table.remove(m_table.at(m_table.rowCount() - 1), -1); }},
+        {"beginUpdate", [&] { const TableUpdate update(m_table); }},
+        {"endUpdate", [&] { const TableUpdate update(m_table); }},
+        {"build", [&] { m_table.build(); }},
+        {"clear", [&] { m_table.clear(); }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.call);
+        goes = std::make_unique<RecordingIndex>(&m_table, QStringLiteral("gone"), &m_log);
+        m_table.setIndexes({&m_a, goes.get(), &m_b});
+        where = QLatin1String(c.call);
+        m_log.clear();
+        c.act();
+        EXPECT_EQ(goes, nullptr);
+        EXPECT_TRUE(
+            m_log.contains(QStringLiteral("b.") + m_log.filter("a." + where).last().mid(2)));
+        EXPECT_EQ(m_log.filter("gone." + where), QStringList());
+        ASSERT_EQ(m_table.indexes(), (QList<Index *>{&m_a, &m_b, made.get()}));
+        QStringList builtRows;
+        for (const Record &row : *made)
+            builtRows.append(cells(row));
+        // Rows are taken out of the master index last, so the new index still found those.
+        if (where != QLatin1String("remove ") && where != QLatin1String("clear")) {
+            EXPECT_EQ(builtRows, rows(m_table));
+        }
+        made.reset();
+    }
+}
+
 TEST(IndexRegistry, forgetsAnIndexWhicheverGoesFirst)
 {
     auto table = std::make_unique<KeyedTable>();

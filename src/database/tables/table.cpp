@@ -26,8 +26,7 @@ Table::Table(const QString &name, const QString &title, QObject *parent)
 
 Table::~Table()
 {
-    for (Index *index : qAsConst(d->indexes))
-        index->clear();
+    d->forEachIndex([](Index *index) { index->clear(); });
     d->masterIndex.reset();
     qDeleteAll(d->columns);
 }
@@ -102,8 +101,7 @@ void Table::addColumn(const TableColumnDef &def)
     for (const Record &record : *d->masterIndex)
         records.append(record);
     d->masterIndex->clear();
-    for (Index *index : qAsConst(d->indexes))
-        index->clear();
+    d->forEachIndex([](Index *index) { index->clear(); });
     enlargeRows(records, *column, newRowSize);
 
     d->columnHash.insert(def.name, number);
@@ -327,10 +325,10 @@ void Table::appendRow(uchar *row)
 {
     const Record record(row);
     d->masterIndex->add(record);
-    for (Index *index : qAsConst(d->indexes)) {
+    d->forEachIndex([&](Index *index) {
         if (index->filter(record))
             index->add(record);
-    }
+    });
 }
 
 void Table::appendList(const QList<Record> &records)
@@ -370,8 +368,7 @@ void Table::updated(const Record &record, int first, int last, int hint)
 {
     const Record kept = record; // the argument may lie in an index that moves it
     d->masterIndex->update(kept, first, last, hint);
-    for (Index *index : qAsConst(d->indexes))
-        index->update(kept, first, last, -1);
+    d->forEachIndex([&](Index *index) { index->update(kept, first, last, -1); });
 }
 
 void Table::updatedRow(int row)
@@ -382,14 +379,12 @@ void Table::updatedRow(int row)
 void Table::remove(const Record &record, int hint)
 {
     const Record kept = record; // the argument may lie in an index that lets go of it
-    for (Index *index : qAsConst(d->indexes))
-        index->remove(kept, -1);
+    d->forEachIndex([&](Index *index) { index->remove(kept, -1); });
     d->masterIndex->remove(kept, hint);
 }
 
 void Table::clear()
 {
-    for (Index *index : qAsConst(d->indexes))
-        index->clear();
+    d->forEachIndex([](Index *index) { index->clear(); });
     d->masterIndex->clear();
 }

@@ -216,8 +216,11 @@ void Field::unreadableText(const QStringRef &text, FieldType::Type to)
 
 QDebug operator<<(QDebug debug, const Field &field)
 {
+    // Where the stream inserts spaces, the saver appends the one behind the text.
+    const bool spaces = debug.autoInsertSpaces();
     const QDebugStateSaver saver(debug);
-    debug.nospace().noquote() << (field.isNull() ? QStringLiteral("NULL") : field.toString())
-                              << ' ';
+    debug.nospace().noquote() << (field.isNull() ? QStringLiteral("NULL") : field.toString());
+    if (!spaces)
+        debug << ' ';
     return debug;
 }

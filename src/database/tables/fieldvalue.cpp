@@ -32,9 +32,19 @@ FieldValue::FieldValue(Table *table, const QString &column)
 }
 
 FieldValue::FieldValue(const Field &other)
-    : Field(nullptr, nullptr, nullptr, 1)
+    : FieldValue(other.column())
 {
-    copyFrom(other);
+    // Reads a sibling Field's cell through its own view: Field keeps its pointers protected.
+    struct View : Field {
+        explicit View(const Field &field)
+            : Field(field)
+        {
+        }
+        const uchar *bytes() const { return m_value; }
+    };
+    std::memcpy(m_value, View(other).bytes(), size_t(m_column->size));
+    if (!other.isNull())
+        setPresent();
 }
 
 FieldValue::FieldValue(const FieldValue &other)
@@ -44,14 +54,18 @@ FieldValue::FieldValue(const FieldValue &other)
 
 FieldValue &FieldValue::operator=(const FieldValue &other)
 {
-    if (this != &other)
-        copyFrom(other);
-    return *this;
+    return *this = static_cast<const Field &>(other);
 }
 
 FieldValue &FieldValue::operator=(const Field &other)
 {
-    copyFrom(other);
+    if (&other == this)
+        return *this;
+    // The copy stands before the old value goes, since the other may be a view of it.
+    FieldValue copy(other);
+    std::swap(static_cast<Field &>(*this), static_cast<Field &>(copy));
+    m_ownColumn.swap(copy.m_ownColumn);
+    m_buffer.swap(copy.m_buffer);
     return *this;
 }
 
@@ -88,27 +102,6 @@ void FieldValue::init(FieldType::Type type, int length, bool nullable, qint64 si
     column->nullable = nullable;
     column->size = size;
     init(column.release());
-}
-
-void FieldValue::copyFrom(const Field &other)
-{
-    // Reads a sibling Field's cell through its own view: Field keeps its pointers protected.
-    struct View : Field {
-        explicit View(const Field &field)
-            : Field(field)
-        {
-        }
-        const uchar *bytes() const { return m_value; }
-    };
-    const View source(other);
-    const bool present = !source.isNull();
-    // Keep the old buffer until the bytes are copied, in case other lies in it.
-    const std::unique_ptr<quint64[]> oldBuffer = std::move(m_buffer);
-    const std::unique_ptr<TableColumnDef> oldColumn = std::move(m_ownColumn);
-    init(new TableColumnDef(nullptr, *source.column()));
-    std::memcpy(m_value, source.bytes(), size_t(m_column->size));
-    if (present)
-        setPresent();
 }
 
 template<class T>

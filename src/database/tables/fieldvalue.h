@@ -23,7 +23,7 @@ public:
     explicit FieldValue(const Field &other);
     FieldValue(const FieldValue &other);
     FieldValue &operator=(const FieldValue &other);
-    /// Copies column, value and presence too: a FieldValue never becomes a view of another cell.
+    /// Copies as well: a Field assigned to a Field changes what it views, a FieldValue never does.
     FieldValue &operator=(const Field &other);
     FieldValue &operator=(const QStringRef &text);
     virtual ~FieldValue();
@@ -40,8 +40,6 @@ protected:
     void init(FieldType::Type type, int length, bool nullable, qint64 size);
 
 private:
-    void copyFrom(const Field &other);
-
     std::unique_ptr<TableColumnDef> m_ownColumn;
     std::unique_ptr<quint64[]> m_buffer; // 8-byte aligned
 };

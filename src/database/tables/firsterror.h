@@ -19,6 +19,7 @@ public:
         }
     }
 
+    bool caught() const { return m_error != nullptr; }
     void rethrow() const
     {
         if (m_error)

@@ -56,6 +56,13 @@ void RecordsTrans::swap(RecordsTrans &other) noexcept
     m_changes.swap(other.m_changes);
 }
 
+QPair<int, int> RecordsTrans::columns() const
+{
+    if (m_first <= m_last)
+        return {m_first, m_last};
+    return {0, m_table->columnCount() - 1};
+}
+
 QList<Record> RecordsTrans::recordsOf(Kind kind) const
 {
     QList<Record> records;
@@ -206,17 +213,14 @@ void RecordsTrans::merge(RecordsTrans &other)
 {
     if (&other == this)
         return;
-    const bool ranged = other.m_first <= other.m_last;
-    merge(other.removeList(), other.updateList(), ranged ? other.m_first : 0,
-          ranged ? other.m_last : m_table->columnCount() - 1, other.insertList(),
+    const QPair<int, int> range = other.columns();
+    merge(other.removeList(), other.updateList(), range.first, range.second, other.insertList(),
           other.changeList());
     other.clear();
 }
 
 void RecordsTrans::execute()
 {
-    if (m_first > m_last)
-        widen(0, m_table->columnCount() - 1);
     if (!m_ops.isEmpty())
         m_table->process(*this);
 }

@@ -5,6 +5,7 @@
 
 #include <QtCore/qlist.h>
 #include <QtCore/qmap.h>
+#include <QtCore/qpair.h>
 
 class Table;
 
@@ -22,7 +23,7 @@ class Table;
 /// Invariants:
 ///  (1) Every entry of kind Updated in ops has one in changes under the same key, and no other key
 ///      stands in changes. So updateList() and changeList() run in step.
-///  (2) first > last means that no range of changed columns is set; executing takes all columns.
+///  (2) first > last means that no range of changed columns is set; processing takes all columns.
 ///
 /// A table without a key (MasterIndexOrdered) has one key only, so a batch folds all its operations
 /// into one: rows of such a table come through Table::appendRow() and appendList().
@@ -66,6 +67,8 @@ public:
     bool isEmpty() const { return m_ops.isEmpty(); }
     int first() const { return m_first; } ///< first changed column, 2147483647 while none is set
     int last() const { return m_last; }   ///< last changed column, -1 while none is set
+    /// first() and last(), or all columns while no range is set.
+    QPair<int, int> columns() const;
 
     QList<Record> insertList() const; ///< new rows, in key order
     QList<Record> removeList() const; ///< live rows to remove, in key order

@@ -26,8 +26,7 @@ Table::Table(const QString &name, const QString &title, QObject *parent)
 
 Table::~Table()
 {
-    for (Index *index : qAsConst(d->indexes))
-        index->clear();
+    d->forEachIndex([](Index *index) { index->clear(); });
     d->masterIndex.reset();
     qDeleteAll(d->columns);
 }
@@ -102,8 +101,7 @@ void Table::addColumn(const TableColumnDef &def)
     for (const Record &record : *d->masterIndex)
         records.append(record);
     d->masterIndex->clear();
-    for (Index *index : qAsConst(d->indexes))
-        index->clear();
+    d->forEachIndex([](Index *index) { index->clear(); });
     enlargeRows(records, *column, newRowSize);
 
     d->columnHash.insert(def.name, number);
@@ -120,9 +118,7 @@ void Table::addColumn(const TableColumnDef &def)
 
     for (const Record &record : qAsConst(records))
         d->masterIndex->add(record);
-    const QList<Index *> indexes = d->indexes;
-    for (Index *index : indexes)
-        index->build();
+    build();
 }
 
 // Gives every row the block of the new layout. The list's handles are the only ones left in the
@@ -329,10 +325,10 @@ void Table::appendRow(uchar *row)
 {
     const Record record(row);
     d->masterIndex->add(record);
-    for (Index *index : qAsConst(d->indexes)) {
+    d->forEachIndex([&](Index *index) {
         if (index->filter(record))
             index->add(record);
-    }
+    });
 }
 
 void Table::appendList(const QList<Record> &records)
@@ -348,7 +344,7 @@ int Table::rowCount() const
 
 const Record &Table::at(int i) const
 {
-    return i < 0 ? Record::null : d->masterIndex->at(i);
+    return i >= 0 && i < rowCount() ? d->masterIndex->at(i) : Record::null;
 }
 
 Field Table::dataPtr(uchar *row, int column) const
@@ -374,8 +370,7 @@ void Table::updated(const Record &record, int first, int last, int hint)
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
     d->masterIndex->update(kept, first, last, hint);
-    for (Index *index : qAsConst(d->indexes))
-        index->update(kept, first, last, -1);
+    d->forEachIndex([&](Index *index) { index->update(kept, first, last, -1); });
 }
 
 void Table::updatedRow(int row)
@@ -388,14 +383,12 @@ void Table::remove(const Record &record, int hint)
     // The argument may lie in an index that lets go of it.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
-    for (Index *index : qAsConst(d->indexes))
-        index->remove(kept, -1);
+    d->forEachIndex([&](Index *index) { index->remove(kept, -1); });
     d->masterIndex->remove(kept, hint);
 }
 
 void Table::clear()
 {
-    for (Index *index : qAsConst(d->indexes))
-        index->clear();
+    d->forEachIndex([](Index *index) { index->clear(); });
     d->masterIndex->clear();
 }

@@ -108,7 +108,7 @@ public:
     void appendList(const QList<Record> &records);
 
     int rowCount() const;
-    /// The i-th record of the master index; a null record out of range.
+    /// The i-th record of the master index; Record::null out of range.
     const Record &at(int i) const;
     Field dataPtr(uchar *row, int column) const;
     Field data(int row, int column) const;
@@ -161,7 +161,7 @@ public:
     QList<Index *> indexes() const;
     QList<Index *> dependentIndexes() const;
     void setIndexes(const QList<Index *> &indexes); ///< replaces the list, without signals
-    /// Builds every secondary index, in the order of registration.
+    /// Builds every secondary index, in the order of registration, also when one throws.
     void build();
 
     // Update bracket ----------------------------------------------------------------------------

@@ -28,9 +28,14 @@ TableIndexRebuilder::TableIndexRebuilder(Table *table)
         table->removeIndex(index);
     }
     detectIndexGroup(indexes);
+    FirstError error;
     for (const auto *group : {&m_joinGroup, &m_dependentGroup, &m_otherGroup}) {
         for (Index *index : *group)
-            index->clear();
+            error.run([&] { index->clear(); });
+    }
+    if (error.caught()) {
+        putBack(error);
+        error.rethrow();
     }
 }
 
@@ -50,6 +55,13 @@ void TableIndexRebuilder::detectIndexGroup(const QList<Index *> &indexes)
 TableIndexRebuilder::~TableIndexRebuilder() noexcept(false)
 {
     FirstError error;
+    putBack(error);
+    if (std::uncaught_exceptions() == m_exceptions)
+        error.rethrow();
+}
+
+void TableIndexRebuilder::putBack(FirstError &error)
+{
     for (const auto *group : {&m_joinGroup, &m_dependentGroup, &m_otherGroup}) {
         for (Index *index : *group)
             error.run([&] { index->build(); });
@@ -59,6 +71,4 @@ TableIndexRebuilder::~TableIndexRebuilder() noexcept(false)
         if (!removed.second.isEmpty())
             m_table->setIndexName(removed.second, removed.first);
     }
-    if (std::uncaught_exceptions() == m_exceptions)
-        error.rethrow();
 }

@@ -8,6 +8,7 @@
 
 #include <exception>
 
+class FirstError;
 class Index;
 class Table;
 
@@ -20,6 +21,7 @@ class Table;
 class DATABASE_EXPORT TableIndexRebuilder
 {
 public:
+    /// \throws what the clear() of an index throws; all are built and put back then
     explicit TableIndexRebuilder(Table *table);
     /// Puts every index back, also those whose build() throws. \throws the first error of a build,
     /// unless another exception is under way
@@ -31,6 +33,8 @@ public:
     void detectIndexGroup(const QList<Index *> &indexes);
 
 private:
+    void putBack(FirstError &error);
+
     Table *m_table;                           // borrowed
     QList<QPair<Index *, QString>> m_removed; // in their order of registration, with their names
     QList<Index *> m_joinGroup;

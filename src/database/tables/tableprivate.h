@@ -22,6 +22,20 @@ struct TablePrivate {
     {
     }
 
+    /// Calls every secondary index, in the order of registration. An index may register or remove
+    /// others meanwhile: those that come are left out, having been built by whoever made them, and
+    /// so are those that went, which may be gone for good.
+    template<class Call>
+    void forEachIndex(Call &&call) const
+    {
+        const QList<Index *> told = indexes;
+        for (Index *index : told) {
+            // The same array as long as nobody changed the registry.
+            if (told.cbegin() == indexes.cbegin() || indexes.contains(index))
+                call(index);
+        }
+    }
+
     const QString name;
     QString title;
     std::unique_ptr<MasterIndex> masterIndex;

@@ -81,9 +81,9 @@ void Table::setIndexes(const QList<Index *> &indexes)
 
 void Table::build()
 {
-    const QList<Index *> indexes = d->indexes;
-    for (Index *index : indexes)
-        index->build();
+    FirstError error;
+    d->forEachIndex([&](Index *index) { error.run([&] { index->build(); }); });
+    error.rethrow();
 }
 
 // Update bracket ----------------------------------------------------------------------------------
@@ -112,7 +112,6 @@ void Table::beginUpdate()
 {
     if (d->updateDepth.fetchAndAddOrdered(1) >= 1)
         return;
-    // The lists are copied: an index may register or remove others while it is told.
     const QList<Index *> dependents = d->dependentIndexes;
     int dependentsTold = 0;
     bool locked = false;
@@ -127,11 +126,10 @@ void Table::beginUpdate()
         locked = true;
         d->masterIndex->beginUpdate();
         masterTold = true;
-        const QList<Index *> indexes = d->indexes;
-        for (Index *index : indexes) {
+        d->forEachIndex([&](Index *index) {
             index->beginUpdate();
             told.append(index);
-        }
+        });
     } catch (...) {
         // Closes what was opened, in the order of endUpdate(); the error that counts is the first.
         FirstError ignored;
@@ -154,9 +152,7 @@ void Table::endUpdate()
         return;
     FirstError error;
     error.run([&] { d->masterIndex->endUpdate(); });
-    const QList<Index *> indexes = d->indexes;
-    for (Index *index : indexes)
-        error.run([&] { index->endUpdate(); });
+    d->forEachIndex([&](Index *index) { error.run([&] { index->endUpdate(); }); });
     const QList<Index *> dependents = d->dependentIndexes;
     unlock();
     for (Index *index : dependents)
@@ -192,11 +188,10 @@ void Table::processSingleTransaction(RecordsTrans &transaction)
     QList<Record> updated = transaction.updateList();
     const QList<Record> inserted = transaction.insertList();
     const QList<Record> changed = transaction.changeList();
-    const int first = transaction.first();
-    const int last = transaction.last();
+    const QPair<int, int> columns = transaction.columns();
     // Emptied before the passes: whatever an index throws, the batch is spent.
     transaction.clear();
-    processSingleTransaction(removed, updated, first, last, inserted, changed);
+    processSingleTransaction(removed, updated, columns.first, columns.second, inserted, changed);
 }
 
 void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
@@ -211,10 +206,9 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
         ~StateGuard() { state = 0; }
     } guard{d->transactionState};
 
-    const QList<Index *> indexes = d->indexes;
     d->transactionState = 1;
-    for (Index *index : indexes)
-        index->preprocess(removed, updated, first, last, inserted, changed);
+    d->forEachIndex(
+        [&](Index *index) { index->preprocess(removed, updated, first, last, inserted, changed); });
 
     const int pairs = qMin(updated.size(), changed.size());
     for (int i = 0; i < pairs; ++i)
@@ -223,8 +217,9 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     FirstError error;
     error.run([&] { d->masterIndex->process(removed, updated, first, last, inserted); });
     d->transactionState = 2;
-    for (Index *index : indexes)
+    d->forEachIndex([&](Index *index) {
         error.run([&] { index->process(removed, updated, first, last, inserted); });
+    });
     error.rethrow();
 }
 

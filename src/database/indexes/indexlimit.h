@@ -5,8 +5,9 @@
 /// Caps the number of records that its table keeps: before each batch it adds to the batch's
 /// removals as many of its first records as the batch would bring the table over the limit.
 ///
-/// compare() decides which records go first. Registers itself under the name "IndexLimit", by which
-/// the table finds it; a table has one.
+/// It makes room among the records that are there and holds back none of the batch itself: a batch
+/// that inserts more than the limit leaves more behind. compare() decides which records go first.
+/// Registers itself under the name "IndexLimit", by which the table finds it; a table has one.
 class DATABASE_EXPORT IndexLimit : public IndexSort
 {
 public:

@@ -53,6 +53,8 @@ public:
         return record;
     }
 
+    void setPrice(int id, int price) { at(id).data(kPrice).setValue(price); }
+
     void appendAll(const std::vector<int> &prices)
     {
         for (int i = 0; i < int(prices.size()); ++i)
@@ -67,6 +69,11 @@ inline int cellOf(const Record &record, int column)
     const TableColumnDef *def = record.table()->columnDef(column);
     std::memcpy(&value, record.row() + kRowHeaderSize + def->offset, sizeof value);
     return value;
+}
+
+inline int comparePrices(const Record &a, const Record &b)
+{
+    return cellOf(a, kPrice) - cellOf(b, kPrice);
 }
 
 /// Burns down with each question that is put to an index; the one that ends it throws.
@@ -118,11 +125,13 @@ private:
     const bool m_listedOnly;
 };
 
+using Ids = std::vector<int>;
+
 /// The ids along an index, a list of records or a vector of them.
 template<class Records>
-std::vector<int> idsOf(const Records &records)
+Ids idsOf(const Records &records)
 {
-    std::vector<int> ids;
+    Ids ids;
     for (const Record &record : records)
         ids.push_back(record.isNull() ? -1 : cellOf(record, kId));
     return ids;

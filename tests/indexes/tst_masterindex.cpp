@@ -7,8 +7,6 @@
 namespace
 {
 
-using Ids = std::vector<int>;
-
 /// Columns 0..7 have the types Integer..XDecimal and may be NULL; 8..10 follow each other and may
 /// not.
 class PrimaryKey : public ::testing::Test
@@ -18,23 +16,21 @@ protected:
         : table(QStringLiteral("options"), QString())
     {
         for (int type = FieldType::Integer; type <= FieldType::XDecimal; ++type)
-            add(QLatin1String(FieldType::typeName(FieldType::Type(type))), FieldType::Type(type), 5,
-                true);
-        add(QStringLiteral("Series"), FieldType::Integer, 0, false);
-        add(QStringLiteral("Ticker"), FieldType::VarChar, 5, false);
-        add(QStringLiteral("Strike"), FieldType::Double, 0, false);
+            add(FieldType::typeName(FieldType::Type(type)), FieldType::Type(type), true);
+        add("Series", FieldType::Integer, false);
+        add("Ticker", FieldType::VarChar, false);
+        add("Strike", FieldType::Double, false);
     }
 
-    void add(const QString &name, FieldType::Type type, int length, bool nullable)
+    void add(const char *name, FieldType::Type type, bool nullable)
     {
-        table.addColumn(name, type, FieldType::typeHasLength(type) ? length : 0, nullable);
+        table.addColumn(name, type, FieldType::typeHasLength(type) ? 5 : 0, nullable);
     }
 
     Record row(const QString &column, const QString &value) const
     {
         const Record record(&table);
-        if (!value.isEmpty())
-            record.data(column) = QStringRef(&value);
+        record.data(column) = QStringRef(&value);
         return record;
     }
 
@@ -52,56 +48,50 @@ TEST_F(PrimaryKey, ordersEachTypeByValueAndNullFirst)
         {"Decimal", "-1.50", "1.49"},
         {"Decimal", "9.5", "10.25"},
         {"VarChar", "AB", "ABC"},
-        {"VarChar", "Z", "a"},
         {"DateTime", "1969-12-31", "2024.02.29 12:00:00.001"},
         {"XDecimal", "-1", "12345678901234567890.12"},
         {"XDecimal", "9.5", "10.25"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.column << ": " << c.less << " < " << c.more);
-        const QString column = QLatin1String(c.column);
-        const MasterIndex_Column_Pure key(&table, column);
-        const Record less = row(column, QLatin1String(c.less));
-        const Record more = row(column, QLatin1String(c.more));
-        const Record null = row(column, QString());
-        EXPECT_LT(key.compare(less, more), 0);
-        EXPECT_GT(key.compare(more, less), 0);
-        EXPECT_EQ(key.compare(less, less.clone()), 0);
-        EXPECT_LT(key.compare(null, less), 0);
-        EXPECT_GT(key.compare(less, null), 0);
-        EXPECT_EQ(key.compare(null, null.clone()), 0);
+        const MasterIndex_Column_Pure key(&table, QString(c.column));
+        const Record rising[] = {Record(&table), row(c.column, c.less), row(c.column, c.more)};
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(key.compare(rising[i], rising[i].clone()), 0);
+            for (int j = 0; j < i; ++j) {
+                EXPECT_LT(key.compare(rising[j], rising[i]), 0);
+                EXPECT_GT(key.compare(rising[i], rising[j]), 0);
+            }
+        }
     }
-    const MasterIndex_Column_Pure key(&table, QStringLiteral("Double"));
-    const Record nan(&table);
-    nan.data(2).setValue(qQNaN());
-    EXPECT_EQ(key.compare(nan, row(QStringLiteral("Double"), QStringLiteral("1"))), 0);
-    const MasterIndex_Column_Pure scaled(&table, QStringLiteral("Decimal"));
-    EXPECT_EQ(scaled.compare(row(QStringLiteral("Decimal"), QStringLiteral("1.5")),
-                             row(QStringLiteral("Decimal"), QStringLiteral("1.50"))),
-              0);
-    const MasterIndex_Column_Pure boards(&table, QStringLiteral("BoardList"));
-    const Record board(&table);
-    board.data(6).setValue(boardlist());
-    EXPECT_LT(boards.compare(Record(&table), board), 0) << "NULL counts, the value does not";
-    EXPECT_EQ(boards.compare(board, board.clone()), 0);
+}
+
+TEST_F(PrimaryKey, takesForEqualWhatHasNoOrder)
+{
+    const auto compare = [&](const char *column, const Record &a, const Record &b) {
+        return MasterIndex_Column_Pure(&table, QString(column)).compare(a, b);
+    };
+    const Record odd = row("Decimal", "1.5");
+    odd.data(2).setValue(qQNaN());
+    odd.data(6).setValue(boardlist());
+    EXPECT_EQ(compare("Decimal", odd, row("Decimal", "1.50")), 0);
+    EXPECT_EQ(compare("Double", odd, row("Double", "1")), 0);
+    EXPECT_EQ(compare("BoardList", odd, odd.clone()), 0);
+    EXPECT_LT(compare("BoardList", Record(&table), odd), 0) << "NULL counts, the value does not";
 }
 
 TEST_F(PrimaryKey, readsBackTheTextThatItWrites)
 {
-    const QStringList texts{"-7",   "9000000000", "0.1", "12.50", "SBER", "2024.02.29 10:11:12.013",
-                            "-1.25"};
-    const QList<int> columns{0, 1, 2, 3, 4, 5, 7};
+    const QStringList columns{"Integer", "Integer64", "Double",  "Decimal",
+                              "VarChar", "DateTime",  "XDecimal"};
     const MasterIndex_Column_Pure key(&table, columns);
-    const QString text = texts.join(QLatin1Char(','));
+    const QString text = "-7,9000000000,0.1,12.50,SBER,2024.02.29 10:11:12.013,-1.25";
     const Record record = key.fromText(text);
     EXPECT_EQ(key.toText(record), text);
-    EXPECT_EQ(key.compare(record, key.fromText(key.toText(record))), 0);
     EXPECT_EQ(record.data(5).value<datetime>().toMSecsSinceEpoch(), Q_INT64_C(1709201472013));
     EXPECT_TRUE(record.data(8).value<int>() == 0 && record.data(6).isNull()) << "initial values";
     EXPECT_EQ(key.toText(Record()), "");
-    EXPECT_EQ(key.columnNames().join(' '),
-              "Integer Integer64 Double Decimal VarChar DateTime XDecimal");
-    EXPECT_EQ(key.keyColumns(), columns);
+    EXPECT_EQ(key.columnNames(), columns);
     EXPECT_EQ(key.getClassName(), "MasterIndex");
     EXPECT_TRUE(table.indexes().isEmpty());
 }
@@ -110,15 +100,14 @@ TEST_F(PrimaryKey, readsDatesInFourFormats)
 {
     const MasterIndex_Column_Pure key(&table, QStringLiteral("DateTime"));
     for (const char *text :
-         {"2024.02.29 00:00:00.000", "2024-02-29 00:00:00", "2024.02.29", "2024-02-29"}) {
-        EXPECT_EQ(key.toText(key.fromText(QLatin1String(text))), "2024.02.29 00:00:00.000") << text;
-    }
+         {"2024.02.29 00:00:00.000", "2024-02-29 00:00:00", "2024.02.29", "2024-02-29"})
+        EXPECT_EQ(key.toText(key.fromText(text)), "2024.02.29 00:00:00.000") << text;
 }
 
 TEST_F(PrimaryKey, rejectsTextThatIsNoKey)
 {
     struct {
-        const char *column, *text, *message;
+        const char *columns, *text, *message;
     } cases[] = {
         {"Integer", "12x", "Can't convert from '12x'' to Integer"},
         {"Integer", "", "Can't convert from ''' to Integer"},
@@ -127,51 +116,45 @@ TEST_F(PrimaryKey, rejectsTextThatIsNoKey)
         {"Double", "1.2.3", "Can't convert from '1.2.3'' to Double"},
         {"Decimal", "one", "Can't convert from 'one'' to Decimal"},
         {"Decimal", "", "Can't convert from ''' to Decimal"},
-        {"DateTime", "29.02.2024", "Can't convert from '29.02.2024'' to DateTime"},
         {"DateTime", "2023-02-29", "Can't convert from '2023-02-29'' to DateTime"},
         {"XDecimal", "1e99", "Can't convert from '1e99'' to XDecimal"},
-        {"XDecimal", "--1", "Can't convert from '--1'' to XDecimal"},
         {"BoardList", "1", "Can't convert from '1'' to BoardList"},
-        {"VarChar", "a,b",
-         "Master index can't restore from text. Incorrect columns numbers: 2 != 1"},
+        {"VarChar,Integer", "a,", "Can't convert from ''' to Integer"},
+        {"VarChar,Integer", "a",
+         "Master index can't restore from text. Incorrect columns numbers: 1 != 2"},
+        {"VarChar,Integer", "a,,1",
+         "Master index can't restore from text. Incorrect columns numbers: 3 != 2"},
     };
     for (const auto &c : cases) {
-        const MasterIndex_Column_Pure key(&table, QString(QLatin1String(c.column)));
-        EXPECT_EQ(thrownBy([&] { key.fromText(QLatin1String(c.text)); }), c.message);
+        const MasterIndex_Column_Pure key(&table, QString(c.columns).split(','));
+        EXPECT_EQ(thrownBy([&] { key.fromText(c.text); }), c.message);
     }
     const MasterIndex_Column_Pure pair(&table, QStringList{"VarChar", "Integer"});
-    EXPECT_EQ(thrownBy([&] { pair.fromText(QStringLiteral("a")); }),
-              "Master index can't restore from text. Incorrect columns numbers: 1 != 2");
-    EXPECT_EQ(thrownBy([&] { pair.fromText(QStringLiteral("a,,1")); }),
-              "Master index can't restore from text. Incorrect columns numbers: 3 != 2");
-    const Record empty = pair.fromText(QStringLiteral(",1"));
-    EXPECT_FALSE(empty.data(4).isNull()) << "an empty text is a text";
-    EXPECT_THROW(pair.fromText(QStringLiteral("a,")), Exception);
+    EXPECT_FALSE(pair.fromText(",1").data(4).isNull()) << "an empty text is a text";
 }
 
 TEST_F(PrimaryKey, rejectsColumnsThatDoNotMakeAKey)
 {
-    const auto fast = [&](const QList<int> &columns) {
-        return thrownBy([&] { MasterIndex_Fast_Pure(&table, columns); });
+    struct {
+        const char *columns, *message;
+    } cases[] = {
+        {"Series,Coupon,Yield", "Column 'Coupon' not found to create index."},
+        {"Series,Strike", "Columns must be sequenced: 10(Strike) / 9"},
+        {"Ticker,Series", "Columns must be sequenced: 8(Series) / 10"},
+        {"Ticker,Strike", "Type 'Double' unsuported for Strike"},
+        {"BoardList", "Type 'BoardList' unsuported for BoardList"},
+        {"Integer", "Columns can't be nullable Integer"},
+        {"Series,Ticker", ""},
     };
-    const auto pure = [&](const QStringList &columns) {
-        return thrownBy([&] { MasterIndex_Column_Pure(&table, columns); });
-    };
-    EXPECT_EQ(pure({"Integer", "Coupon", "Yield"}), "Column 'Coupon' not found to create index.");
+    for (const auto &c : cases) {
+        const QStringList columns = QString(c.columns).split(',');
+        EXPECT_EQ(thrownBy([&] { MasterIndex_Fast_Pure(&table, columns); }), c.message);
+    }
     EXPECT_EQ(thrownBy([&] { MasterIndex_Column_Pure(&table, QStringLiteral("%1")); }),
               "Column '%1' not found to create index.");
-    EXPECT_EQ(thrownBy([&] {
-                  MasterIndex_Column_Pure(&table, QList<int>{0, 11});
-              }),
+    const QList<int> numbers{0, 11};
+    EXPECT_EQ(thrownBy([&] { MasterIndex_Column_Pure(&table, numbers); }),
               "Column '11' not found to create index.");
-    EXPECT_EQ(thrownBy([&] { MasterIndex_Fast_Pure(&table, QStringList{"Coupon"}); }),
-              "Column 'Coupon' not found to create index.");
-    EXPECT_EQ(fast({8, 10}), "Columns must be sequenced: 10(Strike) / 9");
-    EXPECT_EQ(fast({9, 8}), "Columns must be sequenced: 8(Series) / 10");
-    EXPECT_EQ(fast({9, 10}), "Type 'Double' unsuported for Strike");
-    EXPECT_EQ(fast({6}), "Type 'BoardList' unsuported for BoardList");
-    EXPECT_EQ(fast({0}), "Columns can't be nullable Integer");
-    EXPECT_EQ(fast({8, 9}), "");
 }
 
 TEST_F(PrimaryKey, comparesBytesWhenItIsFast)
@@ -181,7 +164,7 @@ TEST_F(PrimaryKey, comparesBytesWhenItIsFast)
     EXPECT_EQ(key->keyLength(), 8 + 16);
     EXPECT_EQ(key->keyOffset(), 16 + table.columnDef(8)->offset);
     for (const char *text : {"256,A", "1,B", "2,A", "1,AB"})
-        table.appendRow(key->fromText(QLatin1String(text)).row());
+        table.appendRow(key->fromText(text).row());
     QStringList order;
     for (const Record &record : *key)
         order.append(key->toText(record));
@@ -199,12 +182,10 @@ TEST_F(PrimaryKey, keepsTheOrderOfArrivalWithoutKey)
     MasterIndex *key = table.masterIndex();
     EXPECT_EQ(key->findRecord(QStringLiteral("any")), Record());
     for (const int series : {3, 1, 2}) {
-        const Record record(&table);
-        record.data(8).setValue(series);
+        const Record record = row("Series", QString::number(series));
         table.appendRow(record.row());
     }
     EXPECT_EQ(table.at(0).data(8).value<int>(), 3);
-    EXPECT_EQ(table.at(2).data(8).value<int>(), 2);
     EXPECT_EQ(key->findRecord(QStringLiteral("any")), table.at(0));
     EXPECT_EQ(key->fromText(QString()).table(), &table);
     EXPECT_EQ(key->toText(table.at(0)), "");

@@ -1,13 +1,9 @@
 #include "indexes/countedhandle.h"
 
-#include <database/indexes/partitionlist.h>
-
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdlib>
+#include <functional>
 #include <new>
-#include <numeric>
 #include <random>
 #include <type_traits>
 
@@ -45,22 +41,18 @@ void operator delete(void *memory, size_t) noexcept
 namespace
 {
 
-using List = PartitionList<CountedHandle>;
+using Values = std::vector<int>;
+using Chunks = std::vector<Values>;
 
-std::vector<int> values(const List &list)
+Chunks chunksOf(const List &list)
 {
-    std::vector<int> result;
-    for (const CountedHandle &handle : list)
-        result.push_back(handle.value());
-    return result;
-}
-
-std::vector<int> sizes(const List &list)
-{
-    std::vector<int> result;
-    for (int c = 0; c < list.partCount(); ++c)
-        result.push_back(list.part(c).size);
-    return result;
+    Chunks chunks;
+    for (int c = 0; c < list.partCount(); ++c) {
+        chunks.emplace_back();
+        for (const CountedHandle *item = list.part(c).begin; item != list.part(c).end; ++item)
+            chunks.back().push_back(item->value());
+    }
+    return chunks;
 }
 
 QList<CountedHandle> handles(int first, int n)
@@ -71,49 +63,67 @@ QList<CountedHandle> handles(int first, int n)
     return result;
 }
 
-/// The list as it should be: the values in one vector and the chunk sizes in another.
-class Model
-{
-public:
-    Model(int partSize, int joinSize)
-        : m_partSize(partSize)
-        , m_joinSize(joinSize)
-    {
-    }
+struct Shape {
+    const char *name;
+    int partSize;
+    int joinSize;
+};
 
-    void insert(int pos, const std::vector<int> &added)
+/// The list as it should be, chunk by chunk.
+struct Model {
+    const Shape shape;
+    Chunks chunks;
+
+    void insert(int pos, const Values &added)
     {
-        values.insert(values.begin() + pos, added.begin(), added.end());
         size_t c = 0;
-        for (; c < sizes.size() && pos > sizes[c]; ++c)
-            pos -= sizes[c];
-        if (c == sizes.size())
-            sizes.push_back(0);
-        sizes[c] += int(added.size());
-        if (sizes[c] >= m_partSize) {
-            const int half = sizes[c] / 2;
-            sizes.insert(sizes.begin() + long(c) + 1, sizes[c] - half);
-            sizes[c] = half;
-        }
+        for (; c < chunks.size() && pos > sizeOf(c); ++c)
+            pos -= sizeOf(c);
+        if (c == chunks.size())
+            chunks.emplace_back();
+        chunks[c].insert(chunks[c].begin() + pos, added.begin(), added.end());
+        if (sizeOf(c) >= shape.partSize)
+            cut(c, 2);
     }
 
     void append(int value)
     {
-        values.push_back(value);
-        if (!sizes.empty() && sizes.back() + 1 < m_partSize)
-            ++sizes.back();
-        else
-            sizes.push_back(1);
+        if (chunks.empty() || sizeOf(chunks.size() - 1) + 1 >= shape.partSize)
+            chunks.emplace_back();
+        chunks.back().push_back(value);
+    }
+
+    void merge(const Values &positions, const Values &items)
+    {
+        if (chunks.empty() && !items.empty())
+            return insert(0, items);
+        int start = 0; // of chunk c; the last chunk comes first
+        for (const Values &chunk : chunks)
+            start += int(chunk.size());
+        size_t last = items.size();
+        for (size_t c = chunks.size(); c-- > 0;) {
+            start -= sizeOf(c);
+            // A chunk's first place belongs to the chunk before it, if there is one.
+            size_t first = last;
+            for (; first > 0 && (c == 0 || positions[first - 1] > start); --first)
+                chunks[c].insert(chunks[c].begin() + positions[first - 1] - start,
+                                 items[first - 1]);
+            if (first < last && sizeOf(c) >= shape.partSize) {
+                const bool onePlace = positions[first] == positions[last - 1];
+                cut(c, onePlace ? 2 : int(std::ceil(double(sizeOf(c)) / (shape.partSize - 1))));
+            }
+            last = first;
+        }
     }
 
     void remove(int pos)
     {
-        values.erase(values.begin() + pos);
         size_t c = 0;
-        for (; pos >= sizes[c]; ++c)
-            pos -= sizes[c];
-        if (--sizes[c] == 0) {
-            sizes.erase(sizes.begin() + long(c));
+        for (; pos >= sizeOf(c); ++c)
+            pos -= sizeOf(c);
+        chunks[c].erase(chunks[c].begin() + pos);
+        if (chunks[c].empty()) {
+            chunks.erase(chunks.begin() + long(c));
             return;
         }
         tryJoin(c);
@@ -121,109 +131,62 @@ public:
             tryJoin(c - 1);
     }
 
-    void remove(const std::vector<bool> &doomed)
+    /// \return the values that were removed
+    Values remove(const std::vector<bool> &doomed)
     {
-        std::vector<int> keptValues, keptSizes;
+        Values removed;
+        Chunks kept;
         size_t pos = 0;
-        for (const int size : sizes) {
-            keptSizes.push_back(0);
-            for (int i = 0; i < size; ++i, ++pos) {
-                if (pos < doomed.size() && doomed[pos])
-                    continue;
-                keptValues.push_back(values[pos]);
-                ++keptSizes.back();
-            }
+        for (const Values &chunk : chunks) {
+            Values rest;
+            for (const int value : chunk)
+                (doomed[pos++] ? removed : rest).push_back(value);
+            if (!rest.empty())
+                kept.push_back(rest);
         }
-        values = keptValues;
-        sizes.clear();
-        for (const int size : keptSizes)
-            if (size > 0)
-                sizes.push_back(size);
-        for (size_t c = 0; c < sizes.size(); ++c)
+        chunks = kept;
+        for (size_t c = 0; c < chunks.size(); ++c)
             while (tryJoin(c)) {
             }
+        return removed;
     }
 
-    /// One value before each position, chunk by chunk.
-    void merge(const std::vector<int> &positions, const std::vector<int> &items)
+    int sizeOf(size_t c) const { return int(chunks[c].size()); }
+
+    void cut(size_t c, int pieces)
     {
-        std::vector<int> merged, newSizes;
-        size_t next = 0;
-        int begin = 0;
-        if (sizes.empty() && !items.empty())
-            return insert(0, items);
-        for (const int size : sizes) {
-            const size_t first = next;
-            for (int i = 0; i <= size; ++i) {
-                // The chunk's first place belongs to the chunk before it, if there is one.
-                while (next < positions.size() && positions[next] == begin + i)
-                    merged.push_back(items[next++]);
-                if (i < size)
-                    merged.push_back(values[size_t(begin + i)]);
-            }
-            const int total = size + int(next - first);
-            int pieces = 1;
-            if (next > first && total >= m_partSize)
-                pieces = positions[first] == positions[next - 1]
-                             ? 2
-                             : int(std::ceil(double(total) / (m_partSize - 1)));
-            for (int j = 0, done = 0; j < pieces; ++j) {
-                const int upTo = total * (j + 1) / pieces;
-                newSizes.push_back(upTo - done);
-                done = upTo;
-            }
-            begin += size;
-        }
-        values = merged;
-        sizes = newSizes;
+        const Values whole = chunks[c];
+        const int n = int(whole.size());
+        chunks.erase(chunks.begin() + long(c));
+        for (int j = pieces; j-- > 0;)
+            chunks.emplace(chunks.begin() + long(c), whole.begin() + n * j / pieces,
+                           whole.begin() + n * (j + 1) / pieces);
     }
 
-    std::vector<int> values;
-    std::vector<int> sizes;
-
-private:
     bool tryJoin(size_t c)
     {
-        if (c + 1 >= sizes.size() || sizes[c] + sizes[c + 1] >= m_joinSize)
+        if (c + 1 >= chunks.size() || sizeOf(c) + sizeOf(c + 1) >= shape.joinSize)
             return false;
-        sizes[c] += sizes[c + 1];
-        sizes.erase(sizes.begin() + long(c) + 1);
+        chunks[c].insert(chunks[c].end(), chunks[c + 1].begin(), chunks[c + 1].end());
+        chunks.erase(chunks.begin() + long(c) + 1);
         return true;
     }
-
-    const int m_partSize;
-    const int m_joinSize;
 };
 
-struct Shape {
-    const char *name;
-    int partSize;
-    int joinSize;
-};
-
-/// A list and its model under the same random edits. Each edit returns how many handles it copied
-/// beyond what it had to.
-class Twins
+/// A list and its model under the same random edits.
+class PartitionListModel : public CountedHandles, public ::testing::WithParamInterface<Shape>
 {
-public:
-    Twins(const Shape &shape, unsigned seed)
-        : list(shape.partSize, shape.joinSize)
-        , model(shape.partSize, shape.joinSize)
-        , m_random(seed)
-        , m_longest(3 * shape.partSize)
-    {
-    }
+protected:
+    int below(int n) { return int(random() % unsigned(n)); }
 
-    int below(int n) { return int(m_random() % unsigned(n)); }
-
-    int edit()
+    void edit()
     {
+        const int pos = below(list.count() + 1);
         switch (below(list.count() > 60 ? 11 : 7)) { // shrinks more often when large
         case 0:
         case 1:
-            return insertOne();
         case 2:
-            return insertMany();
+            return insert(pos, below(3) > 0 ? 1 : 1 + below(longest));
         case 3:
             return append();
         case 4:
@@ -231,126 +194,87 @@ public:
             return merge();
         case 6:
         case 7:
-            return removeOne();
-        case 8:
-            return removeMany(nullptr);
+            if (pos < list.count())
+                model.remove(pos);
+            return expectCopies(0, [&] { list.remove(pos); });
         default:
-            std::vector<CountedHandle> out(size_t(list.count()));
-            return removeMany(out.data());
+            return removeMany();
         }
     }
 
-    List list;
-    Model model;
-
-private:
-    template<class F>
-    static int copiesBeyond(int needed, F change)
+    template<class Change>
+    static void expectCopies(int needed, Change change)
     {
         const int before = CountedHandle::s_copies;
         change();
-        return CountedHandle::s_copies - before - needed;
+        EXPECT_EQ(CountedHandle::s_copies - before, needed) << "handles were copied, not moved";
     }
 
-    int insertOne()
+    void insert(int pos, int n)
     {
-        const int pos = below(list.count() + 1);
-        const CountedHandle handle(m_serial);
-        model.insert(pos, {m_serial++});
-        return copiesBeyond(1, [&] { list.insert(pos, handle); });
+        const QList<CountedHandle> added = handles(serial, n);
+        serial += n;
+        model.insert(pos, valuesOf(added));
+        expectCopies(n, [&] {
+            if (n == 1)
+                list.insert(pos, added.first());
+            else
+                list.insert(pos, added);
+        });
     }
 
-    int insertMany()
+    void append()
     {
-        const int pos = below(list.count() + 1);
-        const int n = 1 + below(m_longest);
-        std::vector<int> added(static_cast<size_t>(n));
-        std::iota(added.begin(), added.end(), m_serial);
-        const QList<CountedHandle> source = handles(m_serial, n);
-        m_serial += n;
-        model.insert(pos, added);
-        return copiesBeyond(n, [&] { list.insert(pos, source); });
+        const CountedHandle handle(serial);
+        model.append(serial++);
+        expectCopies(1, [&] { list.append(handle); });
     }
 
-    int append()
+    void merge()
     {
-        const CountedHandle handle(m_serial);
-        model.append(m_serial++);
-        return copiesBeyond(1, [&] { list.append(handle); });
-    }
-
-    int merge()
-    {
-        std::vector<int> positions, added;
+        Values positions;
         std::vector<CountedHandle> items;
-        const int n = below(m_longest + 4);
+        const int n = below(longest + 4);
         const int spread = 1 + below(list.count() + 1); // often many items at few positions
         const int first = below(list.count() + 2 - spread);
         for (int i = 0; i < n; ++i) {
             positions.push_back(first + below(spread));
-            added.push_back(m_serial);
-            items.emplace_back(m_serial++);
+            items.emplace_back(serial++);
         }
         std::sort(positions.begin(), positions.end());
-        model.merge(positions, added);
-        const int copies =
-            copiesBeyond(0, [&] { list.mergeInsert(positions.data(), items.data(), n); });
-        for (const CountedHandle &item : items)
-            EXPECT_TRUE(item.isNull());
-        return copies;
+        model.merge(positions, valuesOf(items));
+        expectCopies(0, [&] { list.mergeInsert(positions.data(), items.data(), n); });
+        EXPECT_EQ(valuesOf(items), Values(items.size(), -1)) << "left behind where they came from";
     }
 
-    int removeOne()
+    void removeMany()
     {
-        if (list.count() == 0)
-            return 0;
-        const int pos = below(list.count());
-        model.remove(pos);
-        return copiesBeyond(0, [&] { list.remove(pos); });
-    }
-
-    int removeMany(CountedHandle *out)
-    {
-        const int n = list.count();
         RangeSet<int> ranges;
-        std::vector<bool> doomed(size_t(n) + 40);
+        std::vector<bool> doomed(size_t(list.count()) + 40);
         for (int i = below(6); i > 0; --i) {
-            const int a = below(n + 10);
+            const int a = below(list.count() + 10); // may lie past the end
             const int b = a + below(20);
             ranges.addRange(a, b);
-            for (int k = a; k < b; ++k)
-                doomed[size_t(k)] = true;
+            std::fill(doomed.begin() + a, doomed.begin() + qMax(a, b), true);
         }
-        std::vector<int> expected, taken;
-        for (int k = 0; k < n; ++k)
-            if (doomed[size_t(k)])
-                expected.push_back(model.values[size_t(k)]);
-        model.remove(doomed);
-        if (!out)
-            return copiesBeyond(0, [&] { list.removeRanges(ranges); });
-        int count = 0;
-        const int copies = copiesBeyond(0, [&] { count = list.takeRanges(ranges, out); });
-        for (int i = 0; i < count; ++i)
-            taken.push_back(out[i].value());
-        EXPECT_EQ(taken, expected);
-        return copies;
+        Values expected = model.remove(doomed);
+        if (below(3) == 0)
+            return expectCopies(0, [&] { list.removeRanges(ranges); });
+        std::vector<CountedHandle> out(size_t(list.count()));
+        expectCopies(0,
+                     [&] { EXPECT_EQ(list.takeRanges(ranges, out.data()), int(expected.size())); });
+        expected.resize(out.size(), -1);
+        EXPECT_EQ(valuesOf(out), expected);
     }
 
-    std::mt19937 m_random;
-    const int m_longest;
-    int m_serial = 0;
+    std::mt19937 random;
+    const int longest = 3 * GetParam().partSize;
+    int serial = 0;
+    List list{GetParam().partSize, GetParam().joinSize};
+    Model model{GetParam(), {}};
 };
 
-class PartitionListTest : public ::testing::Test
-{
-protected:
-    void TearDown() override
-    {
-        EXPECT_EQ(CountedHandle::s_alive, 0) << "references lost or leaked";
-    }
-};
-
-class PartitionListModel : public PartitionListTest, public ::testing::WithParamInterface<Shape>
+class PartitionListTest : public CountedHandles
 {
 };
 
@@ -359,19 +283,19 @@ class PartitionListModel : public PartitionListTest, public ::testing::WithParam
 TEST_P(PartitionListModel, holdsWhatTheModelHoldsInTheSameChunks)
 {
     for (unsigned seed = 1; seed <= 30; ++seed) {
-        Twins twins(GetParam(), seed);
-        const List &list = twins.list;
+        random.seed(seed);
+        list.clear();
+        model.chunks.clear();
         for (int step = 0; step < 400; ++step) {
             SCOPED_TRACE(::testing::Message() << "seed " << seed << " step " << step);
-            ASSERT_EQ(twins.edit(), 0) << "handles were copied instead of moved";
+            edit();
             ASSERT_FALSE(HasFailure());
             ASSERT_TRUE(list.verify());
-            ASSERT_EQ(values(list), twins.model.values);
-            ASSERT_EQ(sizes(list), twins.model.sizes);
+            ASSERT_EQ(chunksOf(list), model.chunks);
             ASSERT_EQ(CountedHandle::s_alive, list.count());
             if (list.count() > 0) {
-                const int pos = twins.below(list.count());
-                ASSERT_EQ(list.at(pos).value(), twins.model.values[size_t(pos)]);
+                const int pos = below(list.count());
+                ASSERT_EQ(list.at(pos).value(), valuesOf(list)[size_t(pos)]);
                 ASSERT_EQ(list.at(pos).references(), 1);
             }
         }
@@ -387,48 +311,21 @@ INSTANTIATE_TEST_SUITE_P(PartitionList, PartitionListModel,
 
 TEST_F(PartitionListTest, cutsAndJoinsAtTheDefaultSizes)
 {
-    const auto after = [](auto change) {
-        List list;
-        change(list);
-        EXPECT_TRUE(list.verify());
-        return sizes(list);
-    };
-    const auto removeFirst = [](List &list, int n) {
-        RangeSet<int> ranges;
-        ranges.addRange(0, n);
-        list.removeRanges(ranges);
-    };
-    using Sizes = std::vector<int>;
-    EXPECT_EQ(after([](List &list) {
-                  for (int i = 0; i < 10000; ++i)
-                      list.insert(list.count(), CountedHandle(i));
-              }),
-              (Sizes{5000, 5000}));
-    EXPECT_EQ(after([](List &list) { list.insert(0, handles(0, 30000)); }), (Sizes{15000, 15000}));
-    EXPECT_EQ(after([](List &list) {
-                  for (int i = 0; i < 10000; ++i)
-                      list.append(CountedHandle(i));
-              }),
-              (Sizes{9999, 1}));
-    EXPECT_EQ(after([&](List &list) {
-                  list.insert(0, handles(0, 9999 + 1));
-                  removeFirst(list, 5000 - 1); // 1 and 5000 together: not fewer than 5000
-              }),
-              (Sizes{1, 5000}));
-    EXPECT_EQ(after([&](List &list) {
-                  list.insert(0, handles(0, 10000));
-                  removeFirst(list, 4999);
-                  list.remove(5000); // 1 and 4999 together
-                  EXPECT_EQ(list.count(), 5000);
-              }),
-              (Sizes{1, 4999}));
-    EXPECT_EQ(after([&](List &list) {
-                  list.insert(0, handles(0, 10000));
-                  removeFirst(list, 4999);
-                  list.remove(5000);
-                  list.remove(4999);
-              }),
-              (Sizes{4999}));
+    List list;
+    for (int i = 0; i < 9999; ++i)
+        list.append(CountedHandle(i));
+    EXPECT_EQ(list.partCount(), 1);
+    list.insert(0, CountedHandle(9999));
+    EXPECT_EQ(list.part(0).size, 5000);
+    EXPECT_EQ(list.part(1).size, 5000);
+    RangeSet<int> ranges;
+    ranges.addRange(0, 4999);
+    list.removeRanges(ranges); // 1 and 5000 are left
+    EXPECT_EQ(list.partCount(), 2);
+    list.remove(5000);
+    EXPECT_EQ(list.partCount(), 2) << "not fewer than 5000 together";
+    list.remove(4999);
+    EXPECT_EQ(list.partCount(), 1);
 }
 
 TEST_F(PartitionListTest, forgivesPositionsPastTheEnd)
@@ -441,16 +338,14 @@ TEST_F(PartitionListTest, forgivesPositionsPastTheEnd)
     ranges.addRange(-3, 0);
     ranges.addRange(2, 9);
     list.removeRanges(ranges);
-    EXPECT_EQ(values(list), (std::vector<int>{0, 1}));
+    EXPECT_EQ(valuesOf(list), (Values{0, 1}));
     EXPECT_TRUE(list.at(2).isNull());
-    EXPECT_EQ(&list.at(2), &list.at(1000));
     list.insert(0, list.at(1)); // an element of the list itself
-    EXPECT_EQ(values(list), (std::vector<int>{1, 0, 1}));
+    EXPECT_EQ(valuesOf(list), (Values{1, 0, 1}));
     EXPECT_EQ(list.at(0).references(), 2);
     list.clear();
     EXPECT_TRUE(list.verify());
-    EXPECT_EQ(list.parts(), QVector<List::Part *>(2, nullptr));
-    EXPECT_TRUE(list.begin() == list.end());
+    EXPECT_TRUE(list.partCount() == 0 && list.begin() == list.end());
 }
 
 TEST_F(PartitionListTest, chunksAreCreatedCutAndJoinedByHand)
@@ -458,84 +353,57 @@ TEST_F(PartitionListTest, chunksAreCreatedCutAndJoinedByHand)
     List list(6, 0);
     list.insert(0, handles(0, 5));
     list.split(list.parts().constData() + 1, 2);
-    EXPECT_EQ(sizes(list), (std::vector<int>{2, 3}));
-    const QVector<List::Part *> copy = list.parts(); // must not see what happens next
-    List::Part *created = list.createPart(list.parts().constData() + 2);
+    EXPECT_EQ(chunksOf(list), (Chunks{{0, 1}, {2, 3, 4}}));
+    const List::Part *created = list.createPart(list.parts().constData() + 2);
     EXPECT_EQ(created->size, 0);
-    EXPECT_EQ(created->capacity, 8);
     EXPECT_EQ(list.parts().at(2), created);
     list.join(list.parts().constData() + 1);
     list.join(list.parts().constData() + 1);
-    EXPECT_EQ(sizes(list), (std::vector<int>{5}));
+    EXPECT_EQ(chunksOf(list), (Chunks{{0, 1, 2, 3, 4}}));
     EXPECT_TRUE(list.verify());
-    EXPECT_EQ(copy.size(), 4);
-    EXPECT_EQ(values(list), (std::vector<int>{0, 1, 2, 3, 4}));
 }
 
-TEST_F(PartitionListTest, growsAChunkToExactlyWhatIsNeeded)
+TEST_F(PartitionListTest, failedCopiesAndAllocationsLeaveListAndItemsAsTheyWere)
 {
-    List list(10, 0);
-    list.insert(0, handles(0, 30));
-    EXPECT_EQ(list.part(0).capacity, 30); // held all before the cut
-    EXPECT_EQ(list.part(1).capacity, 15);
-    list.part(1).owner->insert(30, CountedHandle(30));
-    EXPECT_EQ(list.part(1).capacity, 16);
-    EXPECT_EQ(sizes(list), (std::vector<int>{15, 8, 8}));
-    EXPECT_EQ(list.part(2).capacity, 12);
-}
-
-TEST_F(PartitionListTest, failedCopyLeavesTheListAsItWas)
-{
-    List list(4, 2);
-    list.insert(0, handles(0, 7));
-    const std::vector<int> before = sizes(list);
-    const QList<CountedHandle> more = handles(7, 9);
-    const CountedHandle one(99);
-    for (const int copies : {1, 5, 9}) {
-        CountedHandle::s_copiesUntilThrow = copies;
-        EXPECT_THROW(list.insert(3, more), std::runtime_error);
-    }
-    CountedHandle::s_copiesUntilThrow = 1;
-    EXPECT_THROW(list.insert(3, one), std::runtime_error);
-    CountedHandle::s_copiesUntilThrow = 1;
-    EXPECT_THROW(list.append(one), std::runtime_error);
-    EXPECT_TRUE(list.verify());
-    EXPECT_EQ(sizes(list), before);
-    EXPECT_EQ(list.count(), 7);
-}
-
-TEST_F(PartitionListTest, failedAllocationLeavesListAndItemsAsTheyWere)
-{
-    for (const bool severalPlaces : {false, true}) {
-        for (int allocations = 0;; ++allocations) {
-            SCOPED_TRACE(allocations);
-            List list(4, 2);
-            list.insert(0, handles(0, 7));
-            const std::vector<int> layout = sizes(list);
-            std::vector<CountedHandle> items;
-            std::vector<int> positions;
-            for (int i = 0; i < 12; ++i) {
-                items.emplace_back(100 + i);
-                positions.push_back(severalPlaces ? i / 2 : 3);
+    const QList<CountedHandle> more = handles(10, 12);
+    struct {
+        const char *name;
+        int copies; // that the change makes
+        std::function<void(List &, std::vector<CountedHandle> &)> change;
+    } const cases[] = {
+        {"insert_one", 1, [&](List &list, auto &) { list.insert(3, more.first()); }},
+        {"insert_many", 12, [&](List &list, auto &) { list.insert(3, more); }},
+        {"append", 1, [&](List &list, auto &) { list.append(more.first()); }},
+        {"merge", 0,
+         [](List &list, auto &items) {
+             const int positions[12] = {0, 0, 0, 3, 3, 4, 6, 6, 6, 6, 6, 9};
+             list.mergeInsert(positions, items.data(), 12);
+         }},
+    };
+    for (int *untilFailure : {&CountedHandle::s_copiesUntilThrow, &s_allocationsUntilFailure}) {
+        for (const auto &c : cases) {
+            int failures = 0;
+            for (bool failed = true; failed; failures += int(failed)) {
+                SCOPED_TRACE(::testing::Message() << c.name << " after " << failures);
+                List list(4, 2);
+                list.insert(0, handles(0, 9));
+                const Chunks before = chunksOf(list);
+                std::vector<CountedHandle> items(more.begin(), more.end());
+                *untilFailure = failures + 1;
+                try {
+                    c.change(list, items);
+                    failed = false;
+                } catch (const std::exception &) {
+                }
+                *untilFailure = 0;
+                ASSERT_TRUE(list.verify());
+                ASSERT_EQ(failed, chunksOf(list) == before);
+                ASSERT_TRUE(!failed || valuesOf(items) == valuesOf(more));
             }
-            bool failed = false;
-            s_allocationsUntilFailure = allocations + 1;
-            try {
-                list.mergeInsert(positions.data(), items.data(), 12);
-            } catch (const std::bad_alloc &) {
-                failed = true;
-            }
-            s_allocationsUntilFailure = 0;
-            ASSERT_TRUE(list.verify());
-            if (!failed) {
-                EXPECT_GT(allocations, 1) << "nothing was made to fail";
-                EXPECT_EQ(list.count(), 19);
-                break;
-            }
-            ASSERT_EQ(sizes(list), layout);
-            ASSERT_EQ(values(list), (std::vector<int>{0, 1, 2, 3, 4, 5, 6}));
-            for (int i = 0; i < 12; ++i)
-                ASSERT_EQ(items[size_t(i)].value(), 100 + i);
+            if (untilFailure == &s_allocationsUntilFailure)
+                EXPECT_GT(failures, 1) << c.name << ": nothing was made to fail";
+            else
+                EXPECT_EQ(failures, c.copies) << c.name;
         }
     }
 }
@@ -593,41 +461,8 @@ TEST_F(PartitionListTest, iteratorsJumpLikeThoseOfAnArray)
     int expected = 20;
     for (ConstIt it = list.end(); it != list.begin();)
         ASSERT_EQ((--it)->value(), --expected);
-}
-
-TEST_F(PartitionListTest, standardAlgorithmsWorkAcrossChunks)
-{
-    std::mt19937 random(1);
-    const auto less = [](const CountedHandle &a, const CountedHandle &b) {
-        return a.value() / 4 < b.value() / 4;
-    };
-    const auto lessInt = [](int a, int b) { return a / 4 < b / 4; };
-    for (const int n : {0, 1, 7, 60, 500}) {
-        SCOPED_TRACE(n);
-        List list(8, 3);
-        std::vector<int> model;
-        for (int i = 0; i < n; ++i) {
-            model.push_back(int(random() % 200));
-            list.append(CountedHandle(model.back()));
-        }
-        const int copies = CountedHandle::s_copies;
-        const int middle = n / 3;
-        std::rotate(list.begin(), list.begin() + middle, list.end());
-        std::rotate(model.begin(), model.begin() + middle, model.end());
-        std::reverse(list.begin(), list.end());
-        std::reverse(model.begin(), model.end());
-        EXPECT_EQ(values(list), model);
-        std::stable_sort(list.begin(), list.begin() + middle, less);
-        std::stable_sort(model.begin(), model.begin() + middle, lessInt);
-        std::stable_sort(list.begin() + middle, list.end(), less);
-        std::stable_sort(model.begin() + middle, model.end(), lessInt);
-        std::inplace_merge(list.begin(), list.begin() + middle, list.end(), less);
-        std::inplace_merge(model.begin(), model.begin() + middle, model.end(), lessInt);
-        EXPECT_EQ(values(list), model);
-        EXPECT_EQ(CountedHandle::s_copies, copies);
-        const auto found = std::lower_bound(list.cbegin(), list.cend(), CountedHandle(100), less);
-        EXPECT_EQ(found - list.cbegin(),
-                  std::lower_bound(model.begin(), model.end(), 100, lessInt) - model.begin());
-        EXPECT_TRUE(list.verify());
-    }
+    Values model = valuesOf(list);
+    std::rotate(list.begin(), list.begin() + 7, list.end());
+    std::rotate(model.begin(), model.begin() + 7, model.end());
+    EXPECT_EQ(valuesOf(list), model);
 }

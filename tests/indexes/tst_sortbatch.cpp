@@ -12,8 +12,8 @@ struct Row {
     Record record;
     int price;
     bool listed;
-    bool leaves = false;  // removed by the batch at hand
-    bool changes = false; // updated by it
+    bool leaves = false;  // the batch at hand removes it
+    bool changes = false; // the batch updates it
 };
 using Rows = std::vector<Row *>;
 
@@ -52,7 +52,8 @@ Rows orderAfter(Rows standing, const Rows &updated, const Rows &inserted, bool l
     return standing;
 }
 
-enum class Start { Random, Ascending, Descending, AllEqual };
+/// By how much the price rises from row to row at the start, or that it is random.
+enum Start { Descending = -1, AllEqual, Ascending, Random };
 enum class Notes { Given, Missing, Mixed };
 
 struct Scenario {
@@ -61,7 +62,7 @@ struct Scenario {
     int batches;
     int changes; // most changes of one batch
     int prices;  // distinct keys
-    Start start = Start::Random;
+    Start start = Random;
     bool listedOnly = false;
     Notes notes = Notes::Given;
 
@@ -81,25 +82,11 @@ protected:
         return pool.back().get();
     }
 
-    int firstPrice(int i)
-    {
-        switch (scenario.start) {
-        case Start::Random:
-            return random(scenario.prices);
-        case Start::Ascending:
-            return i;
-        case Start::Descending:
-            return scenario.rows - i;
-        case Start::AllEqual:
-            break;
-        }
-        return 7;
-    }
-
     void fill()
     {
         for (int i = 0; i < scenario.rows; ++i) {
-            Row *row = makeRow(firstPrice(i));
+            const bool drawn = scenario.start == Random;
+            Row *row = makeRow(drawn ? random(scenario.prices) : scenario.start * i);
             live.push_back(row);
             if (!index.filter(row->record))
                 continue;
@@ -115,12 +102,8 @@ protected:
         const int most = random(4) == 0 ? scenario.changes : qMin(scenario.changes, 12);
         const int touched = qMin(1 + random(most), int(live.size()));
         std::shuffle(live.begin(), live.end(), rng);
-        QList<Record> removed;
-        QList<Record> updated;
-        QList<Record> inserted;
-        QList<Record> values;
-        Rows updatedRows;
-        Rows insertedRows;
+        QList<Record> removed, updated, inserted, values;
+        Rows updatedRows, insertedRows;
         const int removals = random(touched + 1) / 2;
         for (int i = 0; i < touched; ++i) {
             Row *row = live[size_t(i)];
@@ -176,11 +159,10 @@ protected:
 
     void checkSearches()
     {
-        const Row probe{table.row(-1, random(scenario.prices + 2) - 1), 0, true};
-        Row key = probe;
-        key.price = cellOf(probe.record, kPrice);
-        const int from = random(index.count() + 2) - 1;
-        const auto start = order.begin() + qMin(from + 1, index.count());
+        const int price = random(scenario.prices + 2) - 1;
+        Row key{table.row(-1, price), price, true};
+        const int from = random(index.count() + 8) - 4;
+        const auto start = order.begin() + qBound(0, from + 1, index.count());
         const auto [low, high] = std::equal_range(start, order.end(), &key, cheaper);
         const bool found = low != high;
         EXPECT_EQ(index.search(key.record, from), found ? low - order.begin() : -1);
@@ -227,15 +209,15 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"a_single_row", 1, 100, 3, 3}, //
         Scenario{"a_few_rows_of_two_prices", 6, 2000, 6, 2},
         Scenario{"a_few_rows", 20, 2000, 25, 12},
-        Scenario{"a_few_rows_without_notes", 20, 1000, 25, 8, Start::Random, false, Notes::Missing},
-        Scenario{"a_few_rows_filtered", 20, 2000, 25, 8, Start::Random, true, Notes::Mixed},
-        Scenario{"all_prices_equal", 300, 200, 300, 2, Start::AllEqual},
-        Scenario{"nearly_all_prices_equal_filtered", 700, 30, 700, 1, Start::AllEqual, true},
-        Scenario{"ascending", 400, 200, 400, 400, Start::Ascending, true},
-        Scenario{"descending", 400, 200, 400, 400, Start::Descending},
-        Scenario{"large_batches", 3000, 40, 2000, 50, Start::Random, true, Notes::Mixed},
+        Scenario{"a_few_rows_without_notes", 20, 1000, 25, 8, Random, false, Notes::Missing},
+        Scenario{"a_few_rows_filtered", 20, 2000, 25, 8, Random, true, Notes::Mixed},
+        Scenario{"all_prices_equal", 300, 200, 300, 2, AllEqual},
+        Scenario{"nearly_all_prices_equal_filtered", 700, 30, 700, 1, AllEqual, true},
+        Scenario{"ascending", 400, 200, 400, 400, Ascending, true},
+        Scenario{"descending", 400, 200, 400, 400, Descending},
+        Scenario{"large_batches", 3000, 40, 2000, 50, Random, true, Notes::Mixed},
         Scenario{"several_chunks", 25000, 12, 2000, 300},
-        Scenario{"a_large_table", 100000, 4, 2000, 1000000, Start::Ascending, false, Notes::Mixed}),
+        Scenario{"a_large_table", 100000, 4, 2000, 1000000, Ascending, false, Notes::Mixed}),
     caseName<Scenario>);
 
 } // namespace

@@ -5,8 +5,6 @@
 namespace
 {
 
-using Ids = std::vector<int>;
-
 TEST(WatchIndex, notesWhatHappenedSinceItWasCleared)
 {
     QuoteTable table;
@@ -31,8 +29,7 @@ TEST(WatchIndex, notesWhatHappenedSinceItWasCleared)
     EXPECT_EQ(idsOf(index.added()), (Ids{0, 1, 2}));
     EXPECT_EQ(idsOf(index.removed()), (Ids{1}));
     EXPECT_EQ(idsOf(index.updated()), (Ids{0, 0, 2}));
-    EXPECT_TRUE(index.contains(table.at(0)));
-    EXPECT_TRUE(index.contains(back));
+    EXPECT_TRUE(index.contains(table.at(0)) && index.contains(back));
     EXPECT_TRUE(index.contains(gone)) << "it was added in the same period";
     EXPECT_FALSE(index.contains(table.row(0)));
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
 
 using namespace bcdiimodel;
@@ -55,42 +56,22 @@ public:
         return typeOf(precision, std::max(-62, std::min(62, scale + 3 - below(12))));
     }
 
+    /// Zeros or nines with a run of random or equal digits among them: powers of ten and their
+    /// neighbours, ties, short multipliers and what rounding carries through.
     Operand operand(BCDIIType type)
     {
-        std::string digits(size_t(precisionOf(type)), '0');
-        const size_t at = size_t(below(precisionOf(type)));
-        const auto digit = [this] { return char('0' + below(10)); };
-        switch (below(8)) {
-        case 0: // zero or a single digit at either end
-            digits[below(2) ? 0 : digits.size() - 1] = digit();
-            break;
-        case 1:
-            std::fill(digits.begin(), digits.end(), '9');
-            break;
-        case 2: // nines to the right, a power of ten less one
-            std::fill(digits.begin() + long(at), digits.end(), '9');
-            break;
-        case 3: // a power of ten, or the tie above it
-            digits[at] = below(2) ? '1' : '5';
-            break;
-        case 4: // nines with one digit among them, what rounding carries through
-            std::fill(digits.begin(), digits.end(), '9');
-            digits[at] = digit();
-            break;
-        case 5: // few digits, the short multipliers
-            std::generate(digits.end() - long(std::min<size_t>(digits.size(), 6)), digits.end(),
-                          digit);
-            break;
-        case 6: // leading digits only
-            std::generate(digits.begin(), digits.begin() + long(at), digit);
-            break;
-        default:
-            std::generate(digits.begin(), digits.end(), digit);
-        }
-        mpz_class unscaled(digits, 10);
-        if (below(2))
-            unscaled = -unscaled;
-        return {type, unscaled, encode(unscaled, type)};
+        const int precision = precisionOf(type);
+        std::string digits(size_t(precision), below(2) ? '0' : '9');
+        const int first = below(2) ? below(precision) : 0;
+        const int rest = precision - first;
+        const int run = below(3) == 0 ? 1 : below(2) ? 1 + below(rest) : rest;
+        const bool equal = below(2);
+        const char repeated = "0159"[below(4)];
+        for (int i = first; i < first + run; ++i)
+            digits[size_t(i)] = equal ? repeated : char('0' + below(10));
+        const mpz_class unscaled(digits, 10);
+        const mpz_class value = below(2) ? mpz_class(-unscaled) : unscaled;
+        return {type, value, encode(value, type)};
     }
 
 private:
@@ -109,28 +90,21 @@ std::string describe(quint32 seed, int step, const Operand &a, const Operand &b,
            std::to_string(precisionOf(dst)) + ", scale " + std::to_string(scaleOf(dst));
 }
 
-/// a and b as integers of one scale, which is returned.
-int lineUp(const Operand &a, const Operand &b, mpz_class *x, mpz_class *y)
-{
-    const int scale = std::max(scaleOf(a.type), scaleOf(b.type));
-    *x = a.unscaled * powerOfTen(scale - scaleOf(a.type));
-    *y = b.unscaled * powerOfTen(scale - scaleOf(b.type));
-    return scale;
-}
-
 } // namespace
 
 TEST(BcdiiRandomTest, arithmeticAgreesWithIntegersOfArbitrarySize)
 {
     const quint32 seed = 20151002;
     Source source(seed);
-    mpz_class x, y;
+    std::map<quint32, int> copies; // by status
     for (int step = 0; step < kCases; ++step) {
         const int style = source.below(5);
         const BCDIIType aType = source.type();
         const Operand a = source.operand(aType);
         const Operand b = source.operand(source.below(3) ? source.type() : aType);
-        const int scale = lineUp(a, b, &x, &y);
+        const int scale = std::max(scaleOf(a.type), scaleOf(b.type));
+        const mpz_class x = a.unscaled * powerOfTen(scale - scaleOf(a.type));
+        const mpz_class y = b.unscaled * powerOfTen(scale - scaleOf(b.type));
         const BCDIIType copyType = source.typeNear(scaleOf(a.type));
         const BCDIIType sumType = source.below(3) ? source.typeNear(scale) : aType;
         const int mulScale = scaleOf(a.type) + scaleOf(b.type);
@@ -140,6 +114,11 @@ TEST(BcdiiRandomTest, arithmeticAgreesWithIntegersOfArbitrarySize)
         quint32 status = BCDIICopy(dst.data(), copyType, a.bytes.data(), a.type, style);
         ASSERT_EQ(result(status, dst), rounded(a.unscaled, scaleOf(a.type), copyType, style))
             << "copy, " << describe(seed, step, a, b, copyType, style);
+        ++copies[status];
+        if (!(status & ~0x06u)) {
+            ASSERT_EQ(BCDIICmp(a.bytes.data(), a.type, dst.data(), copyType), 0)
+                << "cmp, " << describe(seed, step, a, a, copyType, style);
+        }
 
         dst = sumType == aType ? a.bytes : Bytes(BCDIILength(sumType), 0xEE);
         const uchar *addend = sumType == aType ? dst.data() : a.bytes.data(); // in place
@@ -153,27 +132,30 @@ TEST(BcdiiRandomTest, arithmeticAgreesWithIntegersOfArbitrarySize)
         ASSERT_EQ(result(status, dst), rounded(a.unscaled * b.unscaled, mulScale, mulType, style))
             << "mul, " << describe(seed, step, a, b, mulType, style);
 
-        const int order = cmp(x, y);
-        ASSERT_EQ(BCDIICmp(a.bytes.data(), a.type, b.bytes.data(), b.type),
-                  int(order > 0) - int(order < 0))
+        ASSERT_EQ(BCDIICmp(a.bytes.data(), a.type, b.bytes.data(), b.type), sgn(x - y))
             << "cmp, " << describe(seed, step, a, b, a.type, style);
     }
+    for (const quint32 status : {0x00, 0x02, 0x04, 0x11, 0x15, 0x40, 0x42, 0x44, 0x51})
+        EXPECT_GT(copies[status], kCases / 10000) << "copies of status " << status;
 }
 
-TEST(BcdiiRandomTest, equalValuesOfDifferentTypesCompareEqual)
+TEST(BcdiiRandomTest, integersAreStoredTruncated)
 {
     const quint32 seed = 7;
+    std::mt19937_64 random(seed);
     Source source(seed);
-    int met = 0;
     for (int step = 0; step < kCases / 10; ++step) {
-        const Operand a = source.operand(source.type());
-        const BCDIIType type = source.typeNear(scaleOf(a.type));
-        Bytes b(BCDIILength(type));
-        if (BCDIICopy(b.data(), type, a.bytes.data(), a.type, BCDII_ROUND_UP) & ~0x06u)
-            continue;
-        ++met;
-        ASSERT_EQ(BCDIICmp(a.bytes.data(), a.type, b.data(), type), 0)
-            << describe(seed, step, a, a, type, BCDII_ROUND_UP);
+        const quint64 ends[] = {0, quint64(1) << 63, (quint64(1) << 63) - 1, ~quint64(0)};
+        const quint64 bits = source.below(8) ? random() >> source.below(64) : ends[random() % 4];
+        const int scale = source.below(125) - 62;
+        const BCDIIType type = source.typeNear(scale);
+        SCOPED_TRACE("seed " + std::to_string(seed) + ", case " + std::to_string(step));
+        const mpz_class whole(static_cast<unsigned long>(bits));
+        const mpz_class signedWhole(static_cast<long>(bits));
+        Bytes dst(BCDIILength(type), 0xEE);
+        quint32 status = BCDIIGetFromUInt64(dst.data(), type, bits, scale);
+        ASSERT_EQ(result(status, dst), rounded(whole, scale, type, BCDII_ROUND_DOWN));
+        status = BCDIIGetFromInt64(dst.data(), type, qint64(bits), scale);
+        ASSERT_EQ(result(status, dst), rounded(signedWhole, scale, type, BCDII_ROUND_DOWN));
     }
-    EXPECT_GT(met, kCases / 100);
 }

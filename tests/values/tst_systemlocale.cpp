@@ -2,46 +2,73 @@
 #include <database/values/datetime.h>
 #include <database/xdecimal.h>
 
-#include "printing.h"
 #include "support/systemlocale.h"
-
-#include <gtest/gtest.h>
-#include <QtCore/qstringlist.h>
+#include "valuetest.h"
 
 #include <ctime>
+
+namespace
+{
+
+/// What fromAnyString reads \p text as where the system locale is \p locale.
+template<typename Number, typename... Scale>
+QString readAny(const char *locale, const char *text, Scale... scale)
+{
+    return textInSystemLocale(locale, [=] {
+        bool ok = false;
+        const Number value = Number::fromAnyString(QString::fromUtf8(text), &ok, scale...);
+        return value.toString() + (ok ? "" : " failed");
+    });
+}
+
+/// The three texts for people of a number where the system locale is \p locale.
+template<typename Number>
+QString shown(const char *locale, const char *text)
+{
+    return textInSystemLocale(locale, [=] {
+        const Number value{QString(text)};
+        return value.toSystemString() + '|' + value.toSystemStringShort() + '|' +
+               value.toExcelString();
+    });
+}
+
+} // namespace
 
 TEST(SystemLocale, readsADecimalByPointThenSystemLocaleThenComma)
 {
     const auto any = [](const char *locale, const char *text) {
-        return textInSystemLocale(locale, [=] {
-            bool ok = false;
-            const decimal value = decimal::fromAnyString(QString::fromUtf8(text), &ok, 3);
-            return value.toString() + (ok ? QString() : QStringLiteral(" failed"));
-        });
+        return readAny<decimal>(locale, text, 3);
     };
-    EXPECT_EQ(any("en_US.UTF-8", "1,5"), QStringLiteral("1.5"));
-    EXPECT_EQ(any("en_US.UTF-8", "1,500"), QStringLiteral("1500.000"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1.500"), QStringLiteral("1.500"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1.500,25"), QStringLiteral("1500.250"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1,5 EUR"), QStringLiteral("0 failed"));
-    EXPECT_EQ(any("en_US.UTF-8", "-inf"), QStringLiteral("0 failed"));
+    EXPECT_EQ(any("en_US.UTF-8", "1,5"), QString("1.5"));
+    EXPECT_EQ(any("en_US.UTF-8", "1,500"), QString("1500.000"));
+    EXPECT_EQ(any("de_DE.UTF-8", "1.500"), QString("1.500"));
+    EXPECT_EQ(any("de_DE.UTF-8", "1.500,25"), QString("1500.250"));
+    EXPECT_EQ(any("de_DE.UTF-8", "1,5 EUR"), QString("0 failed"));
+    EXPECT_EQ(any("en_US.UTF-8", "-inf"), QString("0 failed"));
 }
 
-TEST(SystemLocale, writesADecimal)
+TEST(SystemLocale, readsAnXDecimalByPointOrCommaThenSystemLocale)
 {
-    const auto texts = [](const char *locale, const decimal &value) {
-        return textInSystemLocale(locale, [=] {
-            return QStringList{value.toSystemString(), value.toSystemStringShort(),
-                               value.toExcelString()}
-                .join('|');
-        });
-    };
-    EXPECT_EQ(texts("de_DE.UTF-8", decimal(QString("-1234567.50"))),
-              QStringLiteral("-1.234.567,50|-1.234.567,5|-1234567,50"));
-    EXPECT_EQ(texts("ru_RU.UTF-8", decimal(QString("1000.00"))),
+    EXPECT_EQ(readAny<xdecimal>("en_US.UTF-8", "1,500"), QString("1.500"));
+    EXPECT_EQ(readAny<xdecimal>("en_US.UTF-8", "1,234,500.25"), QString("1234500.25"));
+    EXPECT_EQ(readAny<xdecimal>("de_DE.UTF-8", "1.234.500,25"), QString("1234500.25"));
+    EXPECT_EQ(readAny<xdecimal>("en_US.UTF-8", "1,5e3"), QString("1500"));
+    EXPECT_EQ(readAny<xdecimal>("de_DE.UTF-8", "1;5"), QString("0 failed"));
+}
+
+TEST(SystemLocale, writesGroupsShortTextsAndPlainOnes)
+{
+    EXPECT_EQ(shown<decimal>("de_DE.UTF-8", "-1234567.50"),
+              QString("-1.234.567,50|-1.234.567,5|-1234567,50"));
+    EXPECT_EQ(shown<decimal>("ru_RU.UTF-8", "1000.00"),
               QStringLiteral(u"1\u00A0000,00|1\u00A0000|1000,00"));
-    EXPECT_EQ(texts("en_US.UTF-8", decimal(QString("3e-3"))), QStringLiteral("3,000|3,000|3000"));
-    EXPECT_EQ(texts("en_US.UTF-8", decimal(QString("0.00"))), QStringLiteral("0.00|0|0.00"));
+    EXPECT_EQ(shown<decimal>("en_US.UTF-8", "3e-3"), QString("3,000|3,000|3000"));
+    EXPECT_EQ(shown<decimal>("en_US.UTF-8", "0.00"), QString("0.00|0|0.00"));
+    EXPECT_EQ(shown<xdecimal>("de_DE.UTF-8", "-123456789012345678901.500"),
+              QString("-123.456.789.012.345.678.901,500|-123.456.789.012.345.678.901,5|"
+                      "-123456789012345678901,500"));
+    EXPECT_EQ(shown<xdecimal>("en_US.UTF-8", "-100"), QString("-100|-100|-100"));
+    EXPECT_EQ(shown<xdecimal>("en_US.UTF-8", "1000.0"), QString("1,000.0|1,000|1000.0"));
 }
 
 TEST(SystemLocale, writesTheShortDateWhereTheClockSkipsTheTime)
@@ -57,37 +84,4 @@ TEST(SystemLocale, writesTheShortDateWhereTheClockSkipsTheTime)
     EXPECT_EQ(text("de_DE.UTF-8", skipped), QStringLiteral("10.03.24 02:30:00.005"));
     EXPECT_EQ(text("ru_RU.UTF-8", skipped), QStringLiteral("10.03.2024 02:30:00.005"));
     EXPECT_EQ(text("de_DE.UTF-8", 0), QString());
-}
-
-TEST(SystemLocale, groupsEveryDigitOfAnXDecimal)
-{
-    const auto texts = [](const char *locale, const char *text) {
-        return textInSystemLocale(locale, [=] {
-            const xdecimal value(text);
-            return QStringList{value.toSystemString(), value.toSystemStringShort(),
-                               value.toExcelString()}
-                .join('|');
-        });
-    };
-    EXPECT_EQ(texts("de_DE.UTF-8", "-123456789012345678901.500"),
-              QStringLiteral("-123.456.789.012.345.678.901,500|-123.456.789.012.345.678.901,5|"
-                             "-123456789012345678901,500"));
-    EXPECT_EQ(texts("en_US.UTF-8", "-100"), QStringLiteral("-100|-100|-100"));
-    EXPECT_EQ(texts("en_US.UTF-8", "1000.0"), QStringLiteral("1,000.0|1,000|1000.0"));
-}
-
-TEST(SystemLocale, readsAnXDecimalByPointOrCommaThenSystemLocale)
-{
-    const auto any = [](const char *locale, const char *text) {
-        return textInSystemLocale(locale, [=] {
-            bool ok = false;
-            const xdecimal value = xdecimal::fromAnyString(QString::fromUtf8(text), &ok);
-            return value.toString() + (ok ? QString() : QStringLiteral(" failed"));
-        });
-    };
-    EXPECT_EQ(any("en_US.UTF-8", "1,500"), QStringLiteral("1.500"));
-    EXPECT_EQ(any("en_US.UTF-8", "1,234,500.25"), QStringLiteral("1234500.25"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1.234.500,25"), QStringLiteral("1234500.25"));
-    EXPECT_EQ(any("en_US.UTF-8", "1,5e3"), QStringLiteral("1500"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1;5"), QStringLiteral("0 failed"));
 }

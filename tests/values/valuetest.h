@@ -1,0 +1,68 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <QtCore/qlocale.h>
+#include <QtCore/qregexp.h>
+#include <QtCore/qstring.h>
+
+#include <ostream>
+#include <random>
+#include <vector>
+
+/// What the tests of the value types share.
+
+/// Lets failures show texts rather than bytes.
+inline void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
+
+template<typename Case>
+std::string caseName(const ::testing::TestParamInfo<Case> &info)
+{
+    return info.param.name;
+}
+
+/// What \p action throws as a QString or a literal, or a note that it threw nothing.
+template<typename Action>
+QString thrownBy(Action action)
+{
+    try {
+        action();
+    } catch (const QString &message) {
+        return message;
+    } catch (const char *message) {
+        return QString::fromUtf8(message);
+    }
+    return QStringLiteral("nothing thrown");
+}
+
+/// Expects each text to be refused with a message that quotes it and ends in \p ending.
+template<typename Number>
+void expectRefused(const char *type, const char *ending, const std::vector<const char *> &texts)
+{
+    for (const char *bytes : texts) {
+        const QString text = QString::fromUtf8(bytes);
+        const QString message = QStringLiteral("Невозможно создать ") + type +
+                                QStringLiteral(" по строке '") + text + QChar('\'') + ending;
+        EXPECT_EQ(thrownBy([&] { Number::fromString(text); }), message);
+        EXPECT_EQ(thrownBy([&] { Number{QStringRef(&text)}; }), message);
+    }
+}
+
+/// The forms of numbers, as sign, integer digits, fraction digits and exponent.
+struct NumberPatterns {
+    const QRegExp integer{"([+-]?)(\\d+)"};
+    const QRegExp point{"([+-]?)(\\d*)[\\.](\\d+)"};
+    const QRegExp comma{"([+-]?)(\\d*)[,](\\d+)"};
+};
+
+/// A short text of what numbers are made of; a good part of them are numbers.
+inline QString numberLikeText(std::mt19937_64 &random)
+{
+    const QString alphabet = QStringLiteral("0019955+-..,,eeE x");
+    QString text;
+    for (int length = 1 + int(random() % 9); length > 0; --length)
+        text.append(alphabet.at(int(random() % uint(alphabet.size()))));
+    return text;
+}

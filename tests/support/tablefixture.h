@@ -5,7 +5,7 @@
 #include <database/services/exception.h>
 #include <database/tables/table.h>
 
-#include "values/printing.h"
+#include "support/printing.h"
 
 #include <QtCore/qstringlist.h>
 

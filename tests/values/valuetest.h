@@ -1,21 +1,16 @@
 #pragma once
 
+#include "support/printing.h"
+
 #include <gtest/gtest.h>
 #include <QtCore/qlocale.h>
 #include <QtCore/qregexp.h>
 #include <QtCore/qstring.h>
 
-#include <ostream>
 #include <random>
 #include <vector>
 
 /// What the tests of the value types share.
-
-/// Lets failures show texts rather than bytes.
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
 
 template<typename Case>
 std::string caseName(const ::testing::TestParamInfo<Case> &info)

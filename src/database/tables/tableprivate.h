@@ -26,20 +26,45 @@ struct TablePrivate {
     /// others meanwhile: those that come are left out, having been built by whoever made them, and
     /// so are those that went, which may be gone for good.
     template<class Call>
-    void forEachIndex(Call &&call) const
+    void forEachIndex(Call &&call)
     {
-        const QList<Index *> told = indexes;
-        for (Index *index : told) {
-            // The same array as long as nobody changed the registry.
-            if (told.cbegin() == indexes.cbegin() || indexes.contains(index))
+        IndexWalk walk(*this);
+        for (int i = 0; i < walk.left.size(); ++i) {
+            if (Index *index = walk.left.at(i))
                 call(index);
         }
     }
+    /// Takes an index that left the registry out of the walks under way. Its address is not looked
+    /// for later: a new index may have it by then.
+    void leaveWalks(Index *index)
+    {
+        for (IndexWalk *walk = walks; walk; walk = walk->outer) {
+            const int i = walk->left.indexOf(index);
+            if (i != -1)
+                walk->left[i] = nullptr;
+        }
+    }
+
+    /// One walk over the registry, in the list of those under way, innermost first.
+    struct IndexWalk {
+        explicit IndexWalk(TablePrivate &table)
+            : left(table.indexes)
+            , outer(table.walks)
+            , innermost(table.walks)
+        {
+            innermost = this;
+        }
+        ~IndexWalk() { innermost = outer; }
+        QList<Index *> left; // null where one left; shared with the registry until it changes
+        IndexWalk *const outer;
+        IndexWalk *&innermost;
+    };
 
     const QString name;
     QString title;
     std::unique_ptr<MasterIndex> masterIndex;
     QList<Index *> indexes;            // borrowed, in the order of registration
+    IndexWalk *walks = nullptr;        // innermost of those under way
     QMap<QString, Index *> indexNames; // borrowed
     QList<Index *> dependentIndexes;   // borrowed; they belong to other tables
     QList<TableColumnDef *> columns;   // owned, in column order

@@ -31,6 +31,7 @@ void Table::addIndex(Index *index)
 void Table::removeIndex(Index *index)
 {
     d->indexes.removeOne(index);
+    d->leaveWalks(index);
     const QString name = indexName(index);
     if (namedIndex(name) == index)
         d->indexNames.remove(name);
@@ -76,7 +77,12 @@ QList<Index *> Table::dependentIndexes() const
 
 void Table::setIndexes(const QList<Index *> &indexes)
 {
+    const QList<Index *> before = d->indexes;
     d->indexes = indexes;
+    for (Index *index : before) {
+        if (!indexes.contains(index))
+            d->leaveWalks(index);
+    }
 }
 
 void Table::build()
@@ -135,8 +141,10 @@ void Table::beginUpdate()
         FirstError ignored;
         if (masterTold)
             ignored.run([&] { d->masterIndex->endUpdate(); });
-        for (Index *index : qAsConst(told))
-            ignored.run([&] { index->endUpdate(); });
+        for (Index *index : qAsConst(told)) {
+            if (d->indexes.contains(index))
+                ignored.run([&] { index->endUpdate(); });
+        }
         d->updateDepth.fetchAndSubOrdered(1);
         if (locked)
             unlock();

@@ -1,161 +1,114 @@
 #pragma once
 
-#include <database/indexes/index.h>
-#include <database/masterindex_column.h>
+#include <database/indexes/indexlist.h>
 #include <database/tables/table.h>
 
 #include <QtCore/qstringlist.h>
 
 #include <functional>
 
-/// Writes down calls as "name.call" in a list that several indexes share, and runs what a test
-/// wants to happen, or to be thrown, inside them.
+/// Writes down what an index is told as "name.call", in a list that several indexes share, and runs
+/// what a test wants to happen, or to be thrown, there. Calls that an index makes of itself are not
+/// written down.
 class CallRecorder
 {
 public:
-    CallRecorder(const QString &name, QStringList *log)
-        : m_name(name)
-        , m_log(log)
-    {
-    }
-
+    QString name;
+    QStringList *log = nullptr;
     std::function<void(const QString &call)> onCall; ///< runs after the call was written down
 
 protected:
-    void note(const QString &call, const QString &details = QString()) const
+    struct Call {
+        Call(CallRecorder *recorder, const char *call, const QString &details = QString())
+            : depth(recorder->m_depth)
+        {
+            if (depth == 0 && recorder->log) {
+                recorder->log->append(recorder->name + '.' + call + details);
+                if (recorder->onCall)
+                    recorder->onCall(QLatin1String(call));
+            }
+            ++depth;
+        }
+        ~Call() { --depth; }
+        int &depth;
+    };
+    static QString batch(int removed, int updated, int from, int to, int inserted)
     {
-        m_log->append(m_name + QLatin1Char('.') + call + details);
-        if (onCall)
-            onCall(call);
-    }
-    void noteBatch(const QString &call, int removed, int updated, int from, int to,
-                   int inserted) const
-    {
-        const QString details = QStringLiteral(" -%1 ~%2 +%3 [%4..%5]");
-        note(call, details.arg(removed).arg(updated).arg(inserted).arg(from).arg(to));
+        return QStringLiteral(" -%1 ~%2 +%3 [%4..%5]")
+            .arg(QString::number(removed), QString::number(updated), QString::number(inserted),
+                 QString::number(from), QString::number(to));
     }
 
 private:
-    QString m_name;
-    QStringList *m_log;
+    int m_depth = 0;
 };
 
-/// A secondary index over all rows, or those that \a accepts says, that records every call. It is
-/// not registered by itself.
-class RecordingIndex : public Index, public CallRecorder
+/// An index of any kind that records every call and then does its work.
+template<class Base>
+class Recording : public Base, public CallRecorder
 {
 public:
-    RecordingIndex(Table *table, const QString &name, QStringList *log,
-                   const QString &className = QStringLiteral("RecordingIndex"))
-        : CallRecorder(name, log)
-        , m_table(table)
-        , m_className(className)
+    using Records = const QList<Record> &;
+
+    template<class... Arguments>
+    Recording(const QString &itsName, QStringList *itsLog, Arguments &&...arguments)
+        : Base(std::forward<Arguments>(arguments)...)
     {
+        name = itsName;
+        log = itsLog;
     }
 
     std::function<bool(const Record &)> accepts;
-    QList<Record> held;
+    QString className; ///< in the place of the base's, unless empty
 
     void clear() override
     {
-        note(QStringLiteral("clear"));
-        held.clear();
+        const Call call(this, "clear");
+        Base::clear();
     }
     void build() override
     {
-        note(QStringLiteral("build"));
-        held.clear();
-        for (int i = 0; i < m_table->rowCount(); ++i) {
-            if (filter(m_table->at(i)))
-                held.append(m_table->at(i));
-        }
+        const Call call(this, "build");
+        Base::build();
     }
     void add(const Record &record) override
     {
-        note(QStringLiteral("add"));
-        held.append(record);
+        const Call call(this, "add");
+        Base::add(record);
     }
     void remove(const Record &record, int index) override
     {
-        note(QStringLiteral("remove "), QString::number(index));
-        held.removeOne(record);
+        const Call call(this, "remove", QStringLiteral(" %1").arg(index));
+        Base::remove(record, index);
     }
-    void update(const Record &, int colFrom, int colTo, int index) override
+    void update(const Record &record, int from, int to, int index) override
     {
-        note(QStringLiteral("update"),
-             QStringLiteral(" [%1..%2] %3").arg(colFrom).arg(colTo).arg(index));
+        const Call call(this, "update",
+                        QStringLiteral(" [%1..%2] %3").arg(from).arg(to).arg(index));
+        Base::update(record, from, to, index);
     }
-    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
-                    int colTo, const QList<Record> &inserted, const QList<Record> &) override
+    void preprocess(Records removed, Records updated, int from, int to, Records inserted,
+                    Records values) override
     {
-        noteBatch(QStringLiteral("preprocess"), removed.size(), updated.size(), colFrom, colTo,
-                  inserted.size());
+        const Call call(this, "preprocess",
+                        batch(removed.size(), updated.size(), from, to, inserted.size()));
+        Base::preprocess(removed, updated, from, to, inserted, values);
     }
-    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
-                 const QList<Record> &inserted) override
+    void process(Records removed, Records updated, int from, int to, Records inserted) override
     {
-        noteBatch(QStringLiteral("process"), removed.size(), updated.size(), colFrom, colTo,
-                  inserted.size());
-        for (const Record &record : removed)
-            held.removeOne(record);
-        held.append(inserted);
+        const Call call(this, "process",
+                        batch(removed.size(), updated.size(), from, to, inserted.size()));
+        Base::process(removed, updated, from, to, inserted);
     }
     bool filter(const Record &record) const override { return !accepts || accepts(record); }
-    bool contains(const Record &record) const override { return held.contains(record); }
-    void beginUpdate() override { note(QStringLiteral("beginUpdate")); }
-    void endUpdate() override { note(QStringLiteral("endUpdate")); }
-    void dependentBeginUpdate(Table *) override { note(QStringLiteral("dependentBeginUpdate")); }
-    void dependentEndUpdate(Table *) override { note(QStringLiteral("dependentEndUpdate")); }
-    QString getClassName() const override { return m_className; }
-
-private:
-    Table *m_table;
-    QString m_className;
+    void beginUpdate() override { Call(this, "beginUpdate"); }
+    void endUpdate() override { Call(this, "endUpdate"); }
+    void dependentBeginUpdate(Table *) override { Call(this, "dependentBeginUpdate"); }
+    void dependentEndUpdate(Table *) override { Call(this, "dependentEndUpdate"); }
+    QString getClassName() const override
+    {
+        return className.isEmpty() ? Base::getClassName() : className;
+    }
 };
 
-/// A primary key that records its calls as "master.call".
-class RecordingMaster : public MasterIndex_Column_Pure, public CallRecorder
-{
-public:
-    RecordingMaster(Table *table, const QString &column, QStringList *log)
-        : MasterIndex_Column_Pure(table, column)
-        , CallRecorder(QStringLiteral("master"), log)
-    {
-    }
-
-    void clear() override
-    {
-        note(QStringLiteral("clear"));
-        MasterIndex_Column_Pure::clear();
-    }
-    void add(const Record &record) override
-    {
-        note(QStringLiteral("add"));
-        MasterIndex_Column_Pure::add(record);
-    }
-    void remove(const Record &record, int index) override
-    {
-        note(QStringLiteral("remove "), QString::number(index));
-        MasterIndex_Column_Pure::remove(record, index);
-    }
-    void update(const Record &record, int colFrom, int colTo, int index) override
-    {
-        note(QStringLiteral("update"),
-             QStringLiteral(" [%1..%2] %3").arg(colFrom).arg(colTo).arg(index));
-        MasterIndex_Column_Pure::update(record, colFrom, colTo, index);
-    }
-    void preprocess(const QList<Record> &, const QList<Record> &, int, int, const QList<Record> &,
-                    const QList<Record> &) override
-    {
-        note(QStringLiteral("preprocess"));
-    }
-    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
-                 const QList<Record> &inserted) override
-    {
-        noteBatch(QStringLiteral("process"), removed.size(), updated.size(), colFrom, colTo,
-                  inserted.size());
-        MasterIndex_Column_Pure::process(removed, updated, colFrom, colTo, inserted);
-    }
-    void beginUpdate() override { note(QStringLiteral("beginUpdate")); }
-    void endUpdate() override { note(QStringLiteral("endUpdate")); }
-};
+using RecordingIndex = Recording<IndexList>;

@@ -10,12 +10,6 @@
 #include <QtCore/qstringlist.h>
 
 #include <initializer_list>
-#include <ostream>
-
-inline void PrintTo(const QStringList &texts, std::ostream *out)
-{
-    *out << '[' << texts.join(QStringLiteral(" | ")).toStdString() << ']';
-}
 
 /// What a call throws: "QString: text", "Exception: text", or "nothing".
 template<class Call>
@@ -100,21 +94,18 @@ inline QString cells(const Record &record)
     return texts.join(QLatin1Char(' '));
 }
 
-/// cells() of every row, in the order of the master index.
-inline QStringList rows(const Table &table)
+/// cells() of every row of an index, a table or a list, in order, with ", " between them.
+template<class Records>
+QString rows(const Records &records)
 {
-    QStringList texts;
-    for (int i = 0; i < table.rowCount(); ++i)
-        texts.append(cells(table.at(i)));
-    return texts;
-}
-
-inline QStringList rows(const QList<Record> &records)
-{
-    QStringList texts;
-    for (const Record &record : records)
-        texts.append(cells(record));
-    return texts;
+    if constexpr (std::is_base_of_v<Table, Records>) {
+        return rows(*records.masterIndex());
+    } else {
+        QStringList texts;
+        for (const Record &record : records)
+            texts.append(cells(record));
+        return texts.join(QStringLiteral(", "));
+    }
 }
 
 /// A table with the primary key "key" and three nullable columns "a", "b" and "c", all Integer.

@@ -67,33 +67,24 @@ TEST(FieldTypes, haveNamesAndWidths)
 TEST(StringCells, areCutAndPaddedButNotTerminated)
 {
     struct Case {
-        const char *name;
         int length;
-        const char *text, *stored; // stored: a zero unit is a dot, the guard behind the cell '#'
+        const char *text, *stored; // a zero unit is a dot; '#' is what stood there
     };
-    const Case cases[] = {
-        {"cut", 3, "abcdef", "abc###"},
-        {"full", 6, "abcdef", "abcdef"},
-        {"padded", 5, "ab", "ab...#"},
-        {"empty", 2, "", "..####"},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const Case &c : {Case{3, "abcdef", "abc###"}, Case{6, "abcdef", "abcdef"},
+                          Case{5, "ab", "ab...#"}, Case{2, "", "..####"}}) {
+        SCOPED_TRACE(c.stored);
         QString units(6, QLatin1Char('#'));
         auto *cell = reinterpret_cast<uchar *>(units.data());
         const QString text = QLatin1String(c.text);
         FieldType::setString(cell, c.length, text);
         EXPECT_EQ(QString(units).replace(QChar(0), QLatin1Char('.')), c.stored);
         EXPECT_EQ(FieldType::getString(cell, c.length), text.left(c.length));
-        const QString inPlace = FieldType::getStaticString(cell, c.length);
-        EXPECT_EQ(inPlace, text.left(c.length));
-        EXPECT_EQ(inPlace.isEmpty() ? cell : reinterpret_cast<const uchar *>(inPlace.constData()),
-                  cell);
+        EXPECT_EQ(FieldType::getStaticString(cell, c.length), text.left(c.length));
         EXPECT_EQ(FieldType::getString(cell, 0), QString());
     }
 }
 
-TEST(ColumnDefinition, isStreamedFieldByField)
+TEST(ColumnDefinition, isStreamedWithoutItsPlace)
 {
     TableColumnDef written(nullptr);
     written.name = QStringLiteral("a");
@@ -103,51 +94,31 @@ TEST(ColumnDefinition, isStreamedFieldByField)
     written.type = FieldType::VarChar;
     written.size = 6;
     written.nullable = false;
-    written.offset = 99;
     QByteArray bytes;
     QDataStream out(&bytes, QIODevice::WriteOnly);
     written.write(out);
-    EXPECT_EQ(bytes.toHex(), QByteArray("000000020061"
-                                        "000000020062"
-                                        "000000020063"
-                                        "00000003"
-                                        "05"
-                                        "00000006"
-                                        "00"
-                                        "01"));
+    EXPECT_EQ(bytes.toHex(), QByteArray("000000020061000000020062000000020063"
+                                        "0000000305000000060001"));
 
     Table table(QStringLiteral("t"), QString());
     TableColumnDef read(&table);
-    read.offset = 8;
-    read.index = 1;
-    read.nullOffset = 16;
-    read.nullMask = 2;
+    read.offset = read.index = read.nullOffset = read.nullMask = 8;
+    bytes[22] = char(0xFF); // the type, a signed byte
     QDataStream in(bytes);
     read.read(in);
-    EXPECT_EQ(read.name + read.title + read.description, QStringLiteral("abc"));
-    EXPECT_EQ(read.length, 3);
-    EXPECT_EQ(read.type, FieldType::VarChar);
-    EXPECT_EQ(read.size, 6);
-    EXPECT_FALSE(read.nullable);
-    EXPECT_TRUE(read.extraFlag);
-    // The place is the table's business.
+    EXPECT_EQ(int(read.type), -1);
     EXPECT_EQ(read.table, &table);
-    EXPECT_EQ(read.offset, 8);
-    EXPECT_EQ(read.index, 1);
-    EXPECT_EQ(read.nullOffset, 16);
-    EXPECT_EQ(read.nullMask, 2);
-
+    EXPECT_EQ(read.offset + read.index + read.nullOffset + read.nullMask, 32);
     const TableColumnDef moved(nullptr, read);
-    EXPECT_EQ(moved.name + moved.title + moved.description, QStringLiteral("abc"));
-    EXPECT_EQ(moved.size, 6);
-    EXPECT_FALSE(moved.nullable);
     EXPECT_EQ(moved.table, nullptr);
     EXPECT_EQ(moved.offset + moved.index + moved.nullOffset + moved.nullMask, 0);
-
-    bytes[22] = char(0xFF); // the type
-    QDataStream again(bytes);
-    read.read(again);
-    EXPECT_EQ(int(read.type), -1);
+    for (const TableColumnDef *def : {static_cast<const TableColumnDef *>(&read), &moved}) {
+        EXPECT_EQ(def->name + def->title + def->description, QStringLiteral("abc"));
+        EXPECT_EQ(def->length, 3);
+        EXPECT_EQ(def->size, 6);
+        EXPECT_FALSE(def->nullable);
+        EXPECT_TRUE(def->extraFlag);
+    }
 }
 
 TEST(Columns, refuseWhatTheyCannotBe)
@@ -194,28 +165,21 @@ TEST(Columns, areFoundByNameBelowAndAboveTwentyOfThem)
     EXPECT_EQ(table.columnDef(QStringLiteral("c21")), table.columnDef(21));
 }
 
-TEST(Columns, describeThemselves)
+TEST(Columns, showTheirTitleOrElseTheirName)
 {
     Table table(QStringLiteral("quotes"), QString());
     table.addColumn(QStringLiteral("strike"), FieldDef(FieldType::Decimal, 4), false,
                     QStringLiteral("Strike"), false, QStringLiteral("of the option"));
     table.addColumn(QStringLiteral("board"), FieldType::VarChar, 12);
-    EXPECT_EQ(table.title(), QStringLiteral("quotes"));
+    EXPECT_EQ(table.title() + table.columnTitle(0) + table.columnTitle(1),
+              QStringLiteral("quotesStrikeboard"));
     table.setTitle(QStringLiteral("Quotes"));
-    EXPECT_EQ(table.title(), QStringLiteral("Quotes"));
-    EXPECT_EQ(table.columnTitle(0), QStringLiteral("Strike"));
-    EXPECT_EQ(table.columnTitle(1), QStringLiteral("board"));
     table.setColumnTitle(1, QStringLiteral("Board"));
-    EXPECT_EQ(table.columnTitle(1), QStringLiteral("Board"));
-    EXPECT_EQ(table.columnName(1), QStringLiteral("board"));
+    EXPECT_EQ(table.title() + table.columnTitle(1), QStringLiteral("QuotesBoard"));
     EXPECT_EQ(table.columnTypeName(0), QStringLiteral("Decimal[4]"));
     EXPECT_EQ(table.columnDescription(0), QStringLiteral("of the option"));
     const QList<ColumnDef> columns = table.columns();
     ASSERT_EQ(columns.size(), 2);
-    EXPECT_FALSE(columns[0].nullable);
-    EXPECT_FALSE(columns[0].extraFlag);
-    EXPECT_TRUE(columns[1].nullable);
-    EXPECT_TRUE(columns[1].extraFlag);
-    EXPECT_EQ(columns[1].length, 12);
-    EXPECT_EQ(table.fieldDefs(), (QList<TableColumnDef *>{table.columnDef(0), table.columnDef(1)}));
+    EXPECT_FALSE(columns[0].nullable || columns[0].extraFlag);
+    EXPECT_TRUE(columns[1].nullable && columns[1].extraFlag);
 }

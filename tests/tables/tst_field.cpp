@@ -57,10 +57,6 @@ struct TextCase {
     const char *result; // the text of the cell afterwards, or what is thrown
 };
 
-class FieldFromText : public ::testing::TestWithParam<TextCase>
-{
-};
-
 } // namespace
 
 TEST(TypedAccess, fitsOneColumnTypeEach)
@@ -96,79 +92,73 @@ TEST(TypedAccess, cutsTextsAndStoresTheNullNumberAsNull)
     EXPECT_FALSE(number.value<xdecimal>().isNull());
 }
 
-TEST_P(FieldFromText, storesItOrLeavesTheCellAlone)
+const TextCase kTexts[] = {
+    {"integer", FieldType::Integer, true, "-2147483648", "-2147483648"},
+    {"integer_too_large", FieldType::Integer, true, "2147483648",
+     "Exception: Can't convert from '2147483648'' to Integer"},
+    {"integer_empty", FieldType::Integer, true, "", "NULL"},
+    {"integer_empty_not_nullable", FieldType::Integer, false, "",
+     "Exception: Can't convert from ''' to Integer"},
+    {"integer_in_hexadecimal", FieldType::Integer, true, "0x10",
+     "Exception: Can't convert from '0x10'' to Integer"},
+    {"text_with_a_place_mark", FieldType::Integer, true, "%2%1",
+     "Exception: Can't convert from '%2%1'' to Integer"},
+    {"integer64", FieldType::Integer64, true, "-9223372036854775808", "-9223372036854775808"},
+    {"integer64_too_large", FieldType::Integer64, true, "9223372036854775808",
+     "Exception: Can't convert from '9223372036854775808'' to Integer64"},
+    {"double_shortest_exact", FieldType::Double, true, "0.1", "0.1"},
+    {"double_all_digits", FieldType::Double, true, "1234567.8901234567", "1234567.8901234567"},
+    {"double_large", FieldType::Double, true, "1e300", "1e+300"},
+    {"double_no_number", FieldType::Double, true, "1,5",
+     "Exception: Can't convert from '1,5'' to Double"},
+    {"decimal", FieldType::Decimal, true, "12.50", "12.50"},
+    {"decimal_empty_not_nullable", FieldType::Decimal, false, "", "0"},
+    {"decimal_no_number", FieldType::Decimal, true, "abc",
+     "QString: Невозможно создать decimal по строке 'abc'"},
+    {"text_cut", FieldType::VarChar, true, "abcdef", "abc"},
+    {"text_padded", FieldType::VarChar, true, "z", "z"},
+    {"text_empty", FieldType::VarChar, true, "", "NULL"},
+    {"text_empty_not_nullable", FieldType::VarChar, false, "", ""},
+    {"date_with_msecs", FieldType::DateTime, true, "2024.03.10 02:30:00.007",
+     "2024.03.10 02:30:00.007"},
+    {"date_with_seconds", FieldType::DateTime, true, "2024-03-10 02:30:01",
+     "2024.03.10 02:30:01.000"},
+    {"date_with_points", FieldType::DateTime, true, "2024.01.31", "2024.01.31 00:00:00.000"},
+    {"date_alone", FieldType::DateTime, true, "2024-01-31", "2024.01.31 00:00:00.000"},
+    {"no_date", FieldType::DateTime, true, "31.01.2024", ""},
+    {"date_empty_not_nullable", FieldType::DateTime, false, "", ""},
+    {"xdecimal", FieldType::XDecimal, true, "12345678901234567890.50", "12345678901234567890.50"},
+    {"xdecimal_no_number", FieldType::XDecimal, true, "abc",
+     "QString: Невозможно создать xdecimal по строке 'abc'"},
+    {"list_empty", FieldType::BoardList, true, "", "NULL"},
+    {"list", FieldType::BoardList, true, "1:2",
+     "Exception: Can't convert from BoardList to VarChar"}};
+
+TEST(FieldFromText, storesItOrLeavesTheCellAlone)
 {
-    const TextCase &c = GetParam();
-    FieldValue cell(c.type, 3, c.nullable);
-    const bool list = c.type == FieldType::BoardList;
-    if (list)
-        cell.setValue(boardlist());
-    else
-        cell.fromText(c.type == FieldType::DateTime ? QStringLiteral("2001-02-03")
-                                                    : QStringLiteral("42"));
-    const QString before = text(cell);
-    const QString given = QString::fromUtf8(c.text);
-    const QString padded = QLatin1Char('x') + given + QLatin1Char('x');
-    const QString thrown = thrownBy([&] { cell.fromText(padded.midRef(1, given.size())); });
-    if (thrown == QLatin1String("nothing")) {
-        EXPECT_EQ(text(cell), QString::fromUtf8(c.result));
-    } else {
-        EXPECT_EQ(thrown, QString::fromUtf8(c.result));
-        EXPECT_EQ(text(cell), before);
-        cell.setNull();
-        EXPECT_ANY_THROW(cell.fromText(given));
-        EXPECT_TRUE(cell.isNull());
+    for (const TextCase &c : kTexts) {
+        SCOPED_TRACE(c.name);
+        FieldValue cell(c.type, 3, c.nullable);
+        if (c.type == FieldType::BoardList)
+            cell.setValue(boardlist());
+        else
+            cell.fromText(c.type == FieldType::DateTime ? QStringLiteral("2001-02-03")
+                                                        : QStringLiteral("42"));
+        const QString before = text(cell);
+        const QString given = QString::fromUtf8(c.text);
+        const QString padded = QLatin1Char('x') + given + QLatin1Char('x');
+        const QString thrown = thrownBy([&] { cell.fromText(padded.midRef(1, given.size())); });
+        if (thrown == QLatin1String("nothing")) {
+            EXPECT_EQ(text(cell), QString::fromUtf8(c.result));
+        } else {
+            EXPECT_EQ(thrown, QString::fromUtf8(c.result));
+            EXPECT_EQ(text(cell), before);
+            cell.setNull();
+            EXPECT_ANY_THROW(cell.fromText(given));
+            EXPECT_TRUE(cell.isNull());
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Field, FieldFromText,
-    ::testing::Values(
-        TextCase{"integer", FieldType::Integer, true, "-2147483648", "-2147483648"},
-        TextCase{"integer_too_large", FieldType::Integer, true, "2147483648",
-                 "Exception: Can't convert from '2147483648'' to Integer"},
-        TextCase{"integer_empty", FieldType::Integer, true, "", "NULL"},
-        TextCase{"integer_empty_not_nullable", FieldType::Integer, false, "",
-                 "Exception: Can't convert from ''' to Integer"},
-        TextCase{"integer_in_hexadecimal", FieldType::Integer, true, "0x10",
-                 "Exception: Can't convert from '0x10'' to Integer"},
-        TextCase{"text_with_a_place_mark", FieldType::Integer, true, "%2%1",
-                 "Exception: Can't convert from '%2%1'' to Integer"},
-        TextCase{"integer64", FieldType::Integer64, true, "-9223372036854775808",
-                 "-9223372036854775808"},
-        TextCase{"integer64_too_large", FieldType::Integer64, true, "9223372036854775808",
-                 "Exception: Can't convert from '9223372036854775808'' to Integer64"},
-        TextCase{"double_shortest_exact", FieldType::Double, true, "0.1", "0.1"},
-        TextCase{"double_all_digits", FieldType::Double, true, "1234567.8901234567",
-                 "1234567.8901234567"},
-        TextCase{"double_large", FieldType::Double, true, "1e300", "1e+300"},
-        TextCase{"double_no_number", FieldType::Double, true, "1,5",
-                 "Exception: Can't convert from '1,5'' to Double"},
-        TextCase{"decimal", FieldType::Decimal, true, "12.50", "12.50"},
-        TextCase{"decimal_empty_not_nullable", FieldType::Decimal, false, "", "0"},
-        TextCase{"decimal_no_number", FieldType::Decimal, true, "abc",
-                 "QString: Невозможно создать decimal по строке 'abc'"},
-        TextCase{"text_cut", FieldType::VarChar, true, "abcdef", "abc"},
-        TextCase{"text_padded", FieldType::VarChar, true, "z", "z"},
-        TextCase{"text_empty", FieldType::VarChar, true, "", "NULL"},
-        TextCase{"text_empty_not_nullable", FieldType::VarChar, false, "", ""},
-        TextCase{"date_with_msecs", FieldType::DateTime, true, "2024.03.10 02:30:00.007",
-                 "2024.03.10 02:30:00.007"},
-        TextCase{"date_with_seconds", FieldType::DateTime, true, "2024-03-10 02:30:01",
-                 "2024.03.10 02:30:01.000"},
-        TextCase{"date_with_points", FieldType::DateTime, true, "2024.01.31",
-                 "2024.01.31 00:00:00.000"},
-        TextCase{"date_alone", FieldType::DateTime, true, "2024-01-31", "2024.01.31 00:00:00.000"},
-        TextCase{"no_date", FieldType::DateTime, true, "31.01.2024", ""},
-        TextCase{"date_empty_not_nullable", FieldType::DateTime, false, "", ""},
-        TextCase{"xdecimal", FieldType::XDecimal, true, "12345678901234567890.50",
-                 "12345678901234567890.50"},
-        TextCase{"xdecimal_no_number", FieldType::XDecimal, true, "abc",
-                 "QString: Невозможно создать xdecimal по строке 'abc'"},
-        TextCase{"list_empty", FieldType::BoardList, true, "", "NULL"},
-        TextCase{"list", FieldType::BoardList, true, "1:2",
-                 "Exception: Can't convert from BoardList to VarChar"}),
-    [](const auto &info) { return std::string(info.param.name); });
 
 TEST(FieldAsVariant, hasTheColumnsType)
 {

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <database/indexes/index.h>
+#include <database/indexes/indexlist.h>
 #include <database/masterindex_column.h>
 #include <database/tables/table.h>
 
+#include <QtCore/qscopedvaluerollback.h>
 #include <QtCore/qstringlist.h>
 
 #include <functional>
@@ -28,134 +29,96 @@ protected:
         if (onCall)
             onCall(call);
     }
-    void noteBatch(const QString &call, int removed, int updated, int from, int to,
-                   int inserted) const
-    {
-        const QString details = QStringLiteral(" -%1 ~%2 +%3 [%4..%5]");
-        note(call, details.arg(removed).arg(updated).arg(inserted).arg(from).arg(to));
-    }
+
+    const QString m_name;
 
 private:
-    QString m_name;
     QStringList *m_log;
 };
 
-/// A secondary index over all rows, or those that \a accepts says, that records every call. It is
-/// not registered by itself.
-class RecordingIndex : public Index, public CallRecorder
+/// An index that records what its table calls; what it calls on itself meanwhile is left out.
+template<class Base>
+class Recording : public Base, public CallRecorder
 {
 public:
-    RecordingIndex(Table *table, const QString &name, QStringList *log,
-                   const QString &className = QStringLiteral("RecordingIndex"))
-        : CallRecorder(name, log)
-        , m_table(table)
-        , m_className(className)
+    template<class... Arguments>
+    Recording(const QString &name, QStringList *log, Arguments... arguments)
+        : Base(arguments...)
+        , CallRecorder(name, log)
+    {
+    }
+
+    void clear() override
+    {
+        record("clear", {}, [&] { Base::clear(); });
+    }
+    void add(const Record &row) override
+    {
+        record("add", {}, [&] { Base::add(row); });
+    }
+    void remove(const Record &row, int index) override
+    {
+        record("remove", QStringLiteral(" %1").arg(index), [&] { Base::remove(row, index); });
+    }
+    void update(const Record &row, int from, int to, int index) override
+    {
+        record("update", QStringLiteral(" [%1..%2] %3").arg(from).arg(to).arg(index),
+               [&] { Base::update(row, from, to, index); });
+    }
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int from, int to,
+                    const QList<Record> &inserted, const QList<Record> &) override
+    {
+        note("preprocess", batch(removed, updated, from, to, inserted));
+    }
+    void process(const QList<Record> &removed, const QList<Record> &updated, int from, int to,
+                 const QList<Record> &inserted) override
+    {
+        record("process", batch(removed, updated, from, to, inserted),
+               [&] { Base::process(removed, updated, from, to, inserted); });
+    }
+    void beginUpdate() override { note("beginUpdate"); }
+    void endUpdate() override { note("endUpdate"); }
+    void dependentBeginUpdate(Table *) override { note("dependentBeginUpdate"); }
+    void dependentEndUpdate(Table *) override { note("dependentEndUpdate"); }
+    QString getClassName() const override { return m_name; }
+
+protected:
+    template<class Act>
+    void record(const QString &call, const QString &details, Act act)
+    {
+        if (!m_acting)
+            note(call, details);
+        const QScopedValueRollback<bool> acting(m_acting, true);
+        act();
+    }
+
+private:
+    static QString batch(const QList<Record> &removed, const QList<Record> &updated, int from,
+                         int to, const QList<Record> &inserted)
+    {
+        const QString text = QStringLiteral(" -%1 ~%2 +%3 [%4..%5]");
+        return text.arg(removed.size()).arg(updated.size()).arg(inserted.size()).arg(from).arg(to);
+    }
+
+    bool m_acting = false;
+};
+
+using RecordingMaster = Recording<MasterIndex_Column_Pure>;
+
+/// A secondary index over all rows, or those that \a accepts says.
+class RecordingIndex : public Recording<IndexList>
+{
+public:
+    RecordingIndex(const QString &name, QStringList *log, Table *table, bool addToTable = true)
+        : Recording(name, log, table, addToTable)
     {
     }
 
     std::function<bool(const Record &)> accepts;
-    QList<Record> held;
 
-    void clear() override
-    {
-        note(QStringLiteral("clear"));
-        held.clear();
-    }
     void build() override
     {
-        note(QStringLiteral("build"));
-        held.clear();
-        for (int i = 0; i < m_table->rowCount(); ++i) {
-            if (filter(m_table->at(i)))
-                held.append(m_table->at(i));
-        }
+        record("build", {}, [&] { IndexList::build(); });
     }
-    void add(const Record &record) override
-    {
-        note(QStringLiteral("add"));
-        held.append(record);
-    }
-    void remove(const Record &record, int index) override
-    {
-        note(QStringLiteral("remove "), QString::number(index));
-        held.removeOne(record);
-    }
-    void update(const Record &, int colFrom, int colTo, int index) override
-    {
-        note(QStringLiteral("update"),
-             QStringLiteral(" [%1..%2] %3").arg(colFrom).arg(colTo).arg(index));
-    }
-    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
-                    int colTo, const QList<Record> &inserted, const QList<Record> &) override
-    {
-        noteBatch(QStringLiteral("preprocess"), removed.size(), updated.size(), colFrom, colTo,
-                  inserted.size());
-    }
-    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
-                 const QList<Record> &inserted) override
-    {
-        noteBatch(QStringLiteral("process"), removed.size(), updated.size(), colFrom, colTo,
-                  inserted.size());
-        for (const Record &record : removed)
-            held.removeOne(record);
-        held.append(inserted);
-    }
-    bool filter(const Record &record) const override { return !accepts || accepts(record); }
-    bool contains(const Record &record) const override { return held.contains(record); }
-    void beginUpdate() override { note(QStringLiteral("beginUpdate")); }
-    void endUpdate() override { note(QStringLiteral("endUpdate")); }
-    void dependentBeginUpdate(Table *) override { note(QStringLiteral("dependentBeginUpdate")); }
-    void dependentEndUpdate(Table *) override { note(QStringLiteral("dependentEndUpdate")); }
-    QString getClassName() const override { return m_className; }
-
-private:
-    Table *m_table;
-    QString m_className;
-};
-
-/// A primary key that records its calls as "master.call".
-class RecordingMaster : public MasterIndex_Column_Pure, public CallRecorder
-{
-public:
-    RecordingMaster(Table *table, const QString &column, QStringList *log)
-        : MasterIndex_Column_Pure(table, column)
-        , CallRecorder(QStringLiteral("master"), log)
-    {
-    }
-
-    void clear() override
-    {
-        note(QStringLiteral("clear"));
-        MasterIndex_Column_Pure::clear();
-    }
-    void add(const Record &record) override
-    {
-        note(QStringLiteral("add"));
-        MasterIndex_Column_Pure::add(record);
-    }
-    void remove(const Record &record, int index) override
-    {
-        note(QStringLiteral("remove "), QString::number(index));
-        MasterIndex_Column_Pure::remove(record, index);
-    }
-    void update(const Record &record, int colFrom, int colTo, int index) override
-    {
-        note(QStringLiteral("update"),
-             QStringLiteral(" [%1..%2] %3").arg(colFrom).arg(colTo).arg(index));
-        MasterIndex_Column_Pure::update(record, colFrom, colTo, index);
-    }
-    void preprocess(const QList<Record> &, const QList<Record> &, int, int, const QList<Record> &,
-                    const QList<Record> &) override
-    {
-        note(QStringLiteral("preprocess"));
-    }
-    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
-                 const QList<Record> &inserted) override
-    {
-        noteBatch(QStringLiteral("process"), removed.size(), updated.size(), colFrom, colTo,
-                  inserted.size());
-        MasterIndex_Column_Pure::process(removed, updated, colFrom, colTo, inserted);
-    }
-    void beginUpdate() override { note(QStringLiteral("beginUpdate")); }
-    void endUpdate() override { note(QStringLiteral("endUpdate")); }
+    bool filter(const Record &row) const override { return !accepts || accepts(row); }
 };

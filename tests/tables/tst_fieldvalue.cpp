@@ -33,9 +33,7 @@ TEST(FieldValues, startAsNullAndZero)
     for (const FieldValue &value : values) {
         EXPECT_EQ(described(value), "VarChar[3] NULL");
         EXPECT_EQ(value.column()->table, nullptr);
-        EXPECT_EQ(value.column()->offset, 0);
         EXPECT_EQ(value.column()->nullOffset, 8);
-        EXPECT_EQ(value.column()->nullMask, 1);
     }
     EXPECT_EQ(thrownBy([] { FieldValue(FieldType::VarChar, 0, true); }),
               "QString: Length of string can't be zero");

@@ -106,7 +106,6 @@ TEST_F(Records, doNothingWhenNull)
 {
     Record null;
     EXPECT_TRUE(null.isNull() && !null && null == Record::null && !null.table());
-    EXPECT_TRUE(Record(static_cast<uchar *>(nullptr)).isNull());
     EXPECT_TRUE(null.clone().isNull());
     EXPECT_FALSE(null.inTable());
     EXPECT_EQ(null.toString(), QString());

@@ -55,7 +55,7 @@ TEST(StringCells, areCutAndPaddedButNotTerminated)
         const char *text, *stored; // stored: a zero unit is a dot, the guard behind the cell '#'
     };
     for (const Case &c : {Case{3, "abcdef", "abc###"}, Case{6, "abcdef", "abcdef"},
-                          Case{5, "ab", "ab...#"}, Case{2, "", "..####"}}) {
+                          Case{3, "ab", "ab.###"}, Case{2, "", "..####"}}) {
         QString units(6, QLatin1Char('#'));
         auto *cell = reinterpret_cast<uchar *>(units.data());
         const QString text = QLatin1String(c.text);

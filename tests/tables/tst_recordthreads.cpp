@@ -66,10 +66,11 @@ TEST(RecordThreads, writeUnderTheTablesLock)
     const Record row = appendTexts(table, {"1", "0"});
     inThreads([&](int) {
         for (int step = 0; step < 500; ++step) {
-            const TableUpdate update(table);
+            table.lock();
             table.lock(); // recursive
             const Record mine = table.at(0);
             mine.data(1).setValue(mine.data(1).value<qint32>() + 1);
+            table.unlock();
             table.unlock();
         }
     });

@@ -63,7 +63,7 @@ TEST_F(IndexRebuilder, buildsByGroupsAndRegistersInTheOldOrder)
 
 TEST_F(IndexRebuilder, putsEveryIndexBackWhenACallThrows)
 {
-    for (const QString where : {"build", "clear"}) {
+    for (const QString where : {"clear", "build"}) {
         for (RecordingIndex *index : {&m_join, &m_sort}) {
             index->onCall = [=](const QString &call) {
                 if (call == where)
@@ -76,12 +76,7 @@ TEST_F(IndexRebuilder, putsEveryIndexBackWhenACallThrows)
         EXPECT_EQ(m_table.indexName(&m_limit), "last");
         EXPECT_EQ(rows(m_limit), rows(m_table));
     }
-    // Another error under way is the one that counts.
-    m_sort.onCall = [](const QString &call) {
-        if (call == "build")
-            throw QStringLiteral("building");
-    };
-    m_join.onCall = nullptr;
+    // The builds still throw, but another error under way is the one that counts.
     EXPECT_EQ(thrownBy([&] {
                   const TableIndexRebuilder rebuilder(&m_table);
                   throw QStringLiteral("disk");

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <database/indexes/indexlist.h>
+#include <database/masterindex_column.h>
 #include <database/tables/table.h>
 
+#include <QtCore/qscopedvaluerollback.h>
 #include <QtCore/qstringlist.h>
 
 #include <functional>
@@ -34,81 +36,102 @@ protected:
     };
     static QString batch(int removed, int updated, int from, int to, int inserted)
     {
-        return QStringLiteral(" -%1 ~%2 +%3 [%4..%5]")
-            .arg(QString::number(removed), QString::number(updated), QString::number(inserted),
-                 QString::number(from), QString::number(to));
+        m_log->append(m_name + QLatin1Char('.') + call + details);
+        if (onCall)
+            onCall(call);
     }
 
+    const QString m_name;
+
 private:
-    int m_depth = 0;
+    QStringList *m_log;
 };
 
-/// An index of any kind that records every call and then does its work.
+/// An index that records what its table calls; what it calls on itself meanwhile is left out.
 template<class Base>
 class Recording : public Base, public CallRecorder
 {
 public:
-    using Records = const QList<Record> &;
-
     template<class... Arguments>
-    Recording(const QString &itsName, QStringList *itsLog, Arguments &&...arguments)
-        : Base(std::forward<Arguments>(arguments)...)
+    Recording(const QString &name, QStringList *log, Arguments... arguments)
+        : Base(arguments...)
+        , CallRecorder(name, log)
+    {
+    }
+
+    void clear() override
+    {
+        record("clear", {}, [&] { Base::clear(); });
+    }
+    void add(const Record &row) override
+    {
+        record("add", {}, [&] { Base::add(row); });
+    }
+    void remove(const Record &row, int index) override
+    {
+        record("remove", QStringLiteral(" %1").arg(index), [&] { Base::remove(row, index); });
+    }
+    void update(const Record &row, int from, int to, int index) override
+    {
+        record("update", QStringLiteral(" [%1..%2] %3").arg(from).arg(to).arg(index),
+               [&] { Base::update(row, from, to, index); });
+    }
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int from, int to,
+                    const QList<Record> &inserted, const QList<Record> &) override
+    {
+        note("preprocess", batch(removed, updated, from, to, inserted));
+    }
+    void process(const QList<Record> &removed, const QList<Record> &updated, int from, int to,
+                 const QList<Record> &inserted) override
+    {
+        record("process", batch(removed, updated, from, to, inserted),
+               [&] { Base::process(removed, updated, from, to, inserted); });
+    }
+    void beginUpdate() override { note("beginUpdate"); }
+    void endUpdate() override { note("endUpdate"); }
+    void dependentBeginUpdate(Table *) override { note("dependentBeginUpdate"); }
+    void dependentEndUpdate(Table *) override { note("dependentEndUpdate"); }
+    QString getClassName() const override { return m_name; }
+
+protected:
+    template<class Act>
+    void record(const QString &call, const QString &details, Act act)
+    {
+        if (!m_acting)
+            note(call, details);
+        const QScopedValueRollback<bool> acting(m_acting, true);
+        act();
+    }
+
+private:
+    static QString batch(const QList<Record> &removed, const QList<Record> &updated, int from,
+                         int to, const QList<Record> &inserted)
+    {
+        const QString text = QStringLiteral(" -%1 ~%2 +%3 [%4..%5]");
+        return text.arg(removed.size()).arg(updated.size()).arg(inserted.size()).arg(from).arg(to);
+    }
+
+    bool m_acting = false;
+};
+
+using RecordingMaster = Recording<MasterIndex_Column_Pure>;
+
+/// A secondary index over all rows, or those that \a accepts says.
+class RecordingIndex : public Recording<IndexList>
+{
+public:
+    RecordingIndex(const QString &name, QStringList *log, Table *table, bool addToTable = true)
+        : Recording(name, log, table, addToTable)
     {
         name = itsName;
         log = itsLog;
     }
 
     std::function<bool(const Record &)> accepts;
-    QString className; ///< in the place of the base's, unless empty
 
-    void clear() override
-    {
-        const Call call(this, "clear");
-        Base::clear();
-    }
     void build() override
     {
-        const Call call(this, "build");
-        Base::build();
+        record("build", {}, [&] { IndexList::build(); });
     }
-    void add(const Record &record) override
-    {
-        const Call call(this, "add");
-        Base::add(record);
-    }
-    void remove(const Record &record, int index) override
-    {
-        const Call call(this, "remove", QStringLiteral(" %1").arg(index));
-        Base::remove(record, index);
-    }
-    void update(const Record &record, int from, int to, int index) override
-    {
-        const Call call(this, "update",
-                        QStringLiteral(" [%1..%2] %3").arg(from).arg(to).arg(index));
-        Base::update(record, from, to, index);
-    }
-    void preprocess(Records removed, Records updated, int from, int to, Records inserted,
-                    Records values) override
-    {
-        const Call call(this, "preprocess",
-                        batch(removed.size(), updated.size(), from, to, inserted.size()));
-        Base::preprocess(removed, updated, from, to, inserted, values);
-    }
-    void process(Records removed, Records updated, int from, int to, Records inserted) override
-    {
-        const Call call(this, "process",
-                        batch(removed.size(), updated.size(), from, to, inserted.size()));
-        Base::process(removed, updated, from, to, inserted);
-    }
-    bool filter(const Record &record) const override { return !accepts || accepts(record); }
-    void beginUpdate() override { Call(this, "beginUpdate"); }
-    void endUpdate() override { Call(this, "endUpdate"); }
-    void dependentBeginUpdate(Table *) override { Call(this, "dependentBeginUpdate"); }
-    void dependentEndUpdate(Table *) override { Call(this, "dependentEndUpdate"); }
-    QString getClassName() const override
-    {
-        return className.isEmpty() ? Base::getClassName() : className;
-    }
+    bool filter(const Record &row) const override { return !accepts || accepts(row); }
 };
-
-using RecordingIndex = Recording<IndexList>;

@@ -25,50 +25,18 @@ QString thrownBy(Call &&call)
     return QStringLiteral("nothing");
 }
 
-/// Keeps what goes to Qt's log while it lives, in the place of printing it.
-class MessageCapture
-{
-public:
-    MessageCapture()
-        : m_previous(qInstallMessageHandler(&keep))
-    {
-        kept().clear();
-    }
-    ~MessageCapture() { qInstallMessageHandler(m_previous); }
-    MessageCapture(const MessageCapture &) = delete;
-    MessageCapture &operator=(const MessageCapture &) = delete;
-
-    const QStringList &messages() const { return kept(); }
-
-private:
-    static QStringList &kept()
-    {
-        static QStringList messages;
-        return messages;
-    }
-    static void keep(QtMsgType, const QMessageLogContext &, const QString &text)
-    {
-        kept().append(text);
-    }
-
-    QtMessageHandler m_previous;
-};
-
 inline void setText(Field field, const QString &text)
 {
     field = QStringRef(&text);
 }
 
-/// A row that is in no index, with its cells read from texts; a null pointer leaves a cell alone.
-inline Record newRow(Table &table, std::initializer_list<const char *> texts)
+/// A row that is in no index, with its first cells read from texts; a null pointer makes NULL.
+inline Record newRow(const Table &table, std::initializer_list<const char *> texts)
 {
     Record row(&table);
     int column = 0;
-    for (const char *text : texts) {
-        if (text)
-            setText(row.data(column), QString::fromUtf8(text));
-        ++column;
-    }
+    for (const char *text : texts)
+        setText(row.data(column++), QString::fromUtf8(text));
     return row;
 }
 
@@ -94,17 +62,17 @@ inline QString cells(const Record &record)
     return texts.join(QLatin1Char(' '));
 }
 
-/// cells() of every row of an index, a table or a list, in order, with ", " between them.
-template<class Records>
-QString rows(const Records &records)
+/// cells() of every row of a list or an index, or of a table in the order of its master index.
+template<class Rows>
+QStringList rows(const Rows &records)
 {
-    if constexpr (std::is_base_of_v<Table, Records>) {
+    if constexpr (std::is_base_of_v<Table, Rows>) {
         return rows(*records.masterIndex());
     } else {
         QStringList texts;
         for (const Record &record : records)
             texts.append(cells(record));
-        return texts.join(QStringLiteral(", "));
+        return texts;
     }
 }
 

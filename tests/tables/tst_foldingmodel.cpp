@@ -31,7 +31,7 @@ Row texts(const Record &record)
 struct BatchModel {
     enum Kind { Inserted, Removed, Updated };
     struct Entry {
-        Kind kind;
+        Kind kind = Removed;
         Record record; // what stands for the entry in further operations
         Row row;       // of an insertion, or of a row that no table has seen
         Row change;    // of an update
@@ -46,60 +46,42 @@ struct BatchModel {
     {
         entries[key] = {Inserted, record, row, {}};
     }
-    void remove(int key, const Record &record, const Row &row)
+    Entry &entered(int key, const Record &record, const Row &row)
     {
-        const auto entry = entries.emplace(key, Entry{Removed, record, row, {}}).first;
-        entry->second.kind = Removed;
-        entry->second.change.clear();
+        return entries.emplace(key, Entry{Removed, record, row, {}}).first->second;
     }
-    void update(int key, const Record &record, const Row &row, const Row &change, int from, int to)
+    void update(Entry &entry, const Row &change, int from, int to)
     {
-        const auto entry = entries.emplace(key, Entry{Removed, record, row, {}}).first;
-        Entry &known = entry->second;
-        if (known.kind == Inserted)
+        if (entry.kind == Inserted)
             return;
         widen(from, to);
-        if (known.kind == Removed)
-            known.change = change;
+        if (entry.kind == Removed)
+            entry.change = change;
         for (int i = from; i <= to; ++i)
-            known.change[i] = change[i];
-        known.kind = Updated;
+            entry.change[i] = change[i];
+        entry.kind = Updated;
     }
-    /// The row that an updater of the key writes into.
-    Row &pending(int key, const Record &record, const Row &row)
+    /// The row that an updater of the entry writes into.
+    static Row &pending(Entry &entry)
     {
-        const auto entry = entries.emplace(key, Entry{Removed, record, row, {}}).first;
-        Entry &known = entry->second;
-        if (known.kind == Inserted)
-            return known.row;
-        if (known.kind == Removed)
-            known.change = known.row;
-        known.kind = Updated;
-        return known.change;
-    }
-    void erase(int key)
-    {
-        Entry &known = entries.at(key);
-        if (known.kind == Inserted)
-            entries.erase(key);
-        else
-            remove(key, known.record, known.row);
+        if (entry.kind == Inserted)
+            return entry.row;
+        if (entry.kind == Removed)
+            entry.change = entry.row;
+        entry.kind = Updated;
+        return entry.change;
     }
     void merge(BatchModel &other)
     {
         const bool ranged = other.first <= other.last;
         for (const auto &[key, entry] : other.entries) {
-            if (entry.kind == Removed)
-                remove(key, entry.record, entry.row);
-        }
-        for (const auto &[key, entry] : other.entries) {
-            if (entry.kind == Updated)
-                update(key, entry.record, entry.row, entry.change, ranged ? other.first : 0,
-                       ranged ? other.last : kColumns - 1);
-        }
-        for (const auto &[key, entry] : other.entries) {
             if (entry.kind == Inserted)
                 insert(key, entry.record, entry.row);
+            else if (entry.kind == Removed)
+                entered(key, entry.record, entry.row).kind = Removed;
+            else
+                update(entered(key, entry.record, entry.row), entry.change,
+                       ranged ? other.first : 0, ranged ? other.last : kColumns - 1);
         }
         other = BatchModel();
     }
@@ -112,8 +94,7 @@ struct BatchModel {
                 table.erase(key);
                 continue;
             }
-            Row &row = table[key];
-            row = entry.row;
+            Row &row = table[key] = entry.row;
             for (int i = first; entry.kind == Updated && i <= last; ++i)
                 row[i] = entry.change[i];
         }
@@ -128,13 +109,6 @@ struct BatchModel {
 class FoldingModel : public ::testing::TestWithParam<unsigned>
 {
 protected:
-    FoldingModel()
-        : m_random(GetParam())
-        , m_table(QStringLiteral("quotes"), QString())
-        , m_index(addColumns(m_table), true)
-    {
-    }
-
     static Table *addColumns(Table &table)
     {
         const FieldType::Type types[] = {FieldType::Integer, FieldType::VarChar, FieldType::Double,
@@ -147,7 +121,6 @@ protected:
 
     int below(int n) { return int(m_random() % unsigned(n)); }
     QString randomText() { return below(3) ? QString::number(below(1000)) : QString(); }
-
     /// A new row of a key, the other cells random.
     Record randomRow(int key)
     {
@@ -161,20 +134,17 @@ protected:
     {
         for (int n = below(3); n > 0; --n) {
             const int column = 1 + below(kColumns - 1);
-            const QString text = randomText();
-            setText(updater.field(column), text);
-            row[column] = text.isEmpty() ? QString() : text;
+            row[column] = randomText();
+            setText(updater.field(column), row[column]);
             model.widen(column, column);
         }
     }
-
     void operate(RecordsTrans &batch, BatchModel &model);
-    void run(RecordsTrans &batch, BatchModel &model);
     void compare();
 
-    std::mt19937 m_random;
-    Table m_table;
-    IndexList m_index;
+    std::mt19937 m_random{GetParam()};
+    Table m_table{"quotes", QString()};
+    IndexList m_index{addColumns(m_table), true};
     std::map<int, Row> m_rows;
     QString m_step;
 };
@@ -184,74 +154,58 @@ void FoldingModel::operate(RecordsTrans &batch, BatchModel &model)
     const int key = below(kKeys);
     const int operation = below(8);
     m_step = QStringLiteral("operation %1 on key %2").arg(operation).arg(key);
-    const auto entry = model.entries.find(key);
-    const bool entered = entry != model.entries.end();
+    const bool entered = model.entries.count(key) != 0;
     const Record live = m_table.masterIndex()->findRecord(QString::number(key));
+    const Record source = randomRow(key);
     // Insertions of a key that the table holds would leave it with two rows of one key.
-    if (!live && operation < 2) {
-        const Record row = randomRow(key);
-        if (operation == 0) {
-            batch.mergeInsertedRow(row);
-            model.insert(key, row, texts(row));
-        } else {
-            RecordUpdater updater = batch.insertRow(row);
-            model.insert(key, row, texts(row));
-            writeCells(updater, model, model.entries.at(key).row);
+    if (operation < 2 && !live) {
+        const RecordUpdater updater = batch.insertRow(source);
+        model.insert(key, source, texts(source));
+        writeCells(updater, model, model.entries[key].row);
+        return;
+    }
+    if (!entered && !live) {
+        if (operation == 2) {
+            const RecordUpdater updater = batch.upsertRow(source);
+            model.insert(key, updater.record(), texts(source));
+            writeCells(updater, model, model.entries[key].row);
         }
         return;
     }
-    if (operation == 2) {
-        const Record source = randomRow(key);
-        RecordUpdater updater = batch.upsertRow(source);
-        if (!entered && !live)
-            model.insert(key, updater.record(), texts(source));
-        Row &row = model.pending(key, live, live ? m_rows.at(key) : texts(source));
-        writeCells(updater, model, row);
-        return;
-    }
-    const Record target = entered ? entry->second.record : live;
-    if (!target)
-        return;
-    const Row row = entered ? entry->second.row : m_rows.at(key);
+    BatchModel::Entry &entry = model.entered(key, live, live ? m_rows.at(key) : Row());
+    const Record target = entry.record;
     switch (operation) {
+    case 2:
+        writeCells(batch.upsertRow(source), model, model.pending(entry));
+        break;
     case 3: {
-        const Record changed = randomRow(key);
         const int first = 1 + below(kColumns - 1);
         const int last = first + below(kColumns - first);
-        model.update(key, target, row, texts(changed), first, last);
-        batch.mergeUpdatedRow(target, changed, first, last);
+        model.update(entry, texts(source), first, last);
+        batch.mergeUpdatedRow(target, source, first, last);
         break;
     }
     case 4:
-        model.remove(key, target, row);
         batch.removeRow(target);
+        entry.kind = BatchModel::Removed;
         break;
     case 5:
-        model.pending(key, target, row);
         batch.updateRow(target).remove();
-        model.erase(key);
+        if (entry.kind == BatchModel::Inserted)
+            model.entries.erase(key);
+        else
+            entry.kind = BatchModel::Removed;
         break;
     case 6: {
-        const Record source = randomRow(key);
         RecordUpdater updater = batch.updateRow(target);
         updater = source;
-        model.pending(key, target, row) = texts(source);
+        model.pending(entry) = texts(source);
         model.widen(0, kColumns - 1);
         break;
     }
     default:
-        writeCells(batch.updateRow(target), model, model.pending(key, target, row));
+        writeCells(batch.updateRow(target), model, model.pending(entry));
     }
-}
-
-void FoldingModel::run(RecordsTrans &batch, BatchModel &model)
-{
-    {
-        const TableUpdate update(m_table);
-        batch.execute();
-    }
-    if (!model.entries.empty())
-        model.applyTo(m_rows);
 }
 
 void FoldingModel::compare()
@@ -284,9 +238,9 @@ TEST_P(FoldingModel, agreesWithTheTableCellByCell)
         const int into = below(2);
         batches[into].merge(batches[1 - into]);
         models[into].merge(models[1 - into]);
-        run(batches[into], models[into]);
-        models[into] = BatchModel();
-        batches[into].clear();
+        batches[into].execute();
+        models[into].applyTo(m_rows);
+        batches[into].clear(); // a range without entries
         ASSERT_NO_FATAL_FAILURE(compare());
     }
 }

@@ -23,15 +23,13 @@ void inThreads(Work work)
 
 TEST(RecordThreads, copyAndDropSharedHandles)
 {
-    KeyedTable table;
-    std::vector<Record> shared;
-    for (int i = 0; i < 8; ++i)
-        shared.push_back(newRow(table, {"1"}));
+    const KeyedTable table;
+    const Record shared[] = {newRow(table, {"1"}), newRow(table, {"1"}), newRow(table, {"1"})};
     inThreads([&](int thread) {
         std::vector<Record> own;
         for (int step = 0; step < 5000; ++step) {
-            own.push_back(shared[size_t(step + thread) % shared.size()]);
-            Record clone = own.back().clone();
+            own.push_back(shared[(step + thread) % 3]);
+            const Record clone = own.back().clone();
             own.back() = own.front();
             clone.data(1).setValue(step);
             if (own.size() > 20)
@@ -46,18 +44,17 @@ TEST(RecordThreads, freeARowOnceAfterAllHaveReadIt)
 {
     // Each round the threads hold the only handles: whichever drops last frees the row, after the
     // others' reads.
-    KeyedTable table;
+    const KeyedTable table;
     for (int round = 0; round < 300; ++round) {
         std::vector<Record> handles(kThreads, newRow(table, {"7", "8"}));
         std::atomic<int> arrived{0};
         std::atomic<int> sum{0};
         inThreads([&](int thread) {
-            Record own = std::move(handles[size_t(thread)]);
+            const Record own = std::move(handles[size_t(thread)]);
             ++arrived;
             while (arrived < kThreads)
                 std::this_thread::yield();
             sum += own.data(1).value<qint32>();
-            own = Record();
         });
         ASSERT_EQ(sum, 8 * kThreads);
     }

@@ -9,32 +9,21 @@
 
 #include <functional>
 
-/// Writes down what an index is told as "name.call", in a list that several indexes share, and runs
-/// what a test wants to happen, or to be thrown, there. Calls that an index makes of itself are not
-/// written down.
+/// Writes down calls as "name.call" in a list that several indexes share, and runs what a test
+/// wants to happen, or to be thrown, inside them.
 class CallRecorder
 {
 public:
-    QString name;
-    QStringList *log = nullptr;
+    CallRecorder(const QString &name, QStringList *log)
+        : m_name(name)
+        , m_log(log)
+    {
+    }
+
     std::function<void(const QString &call)> onCall; ///< runs after the call was written down
 
 protected:
-    struct Call {
-        Call(CallRecorder *recorder, const char *call, const QString &details = QString())
-            : depth(recorder->m_depth)
-        {
-            if (depth == 0 && recorder->log) {
-                recorder->log->append(recorder->name + '.' + call + details);
-                if (recorder->onCall)
-                    recorder->onCall(QLatin1String(call));
-            }
-            ++depth;
-        }
-        ~Call() { --depth; }
-        int &depth;
-    };
-    static QString batch(int removed, int updated, int from, int to, int inserted)
+    void note(const QString &call, const QString &details = QString()) const
     {
         m_log->append(m_name + QLatin1Char('.') + call + details);
         if (onCall)
@@ -123,8 +112,6 @@ public:
     RecordingIndex(const QString &name, QStringList *log, Table *table, bool addToTable = true)
         : Recording(name, log, table, addToTable)
     {
-        name = itsName;
-        log = itsLog;
     }
 
     std::function<bool(const Record &)> accepts;

@@ -52,7 +52,7 @@ TEST(StringCells, areCutAndPaddedButNotTerminated)
 {
     struct Case {
         int length;
-        const char *text, *stored; // a zero unit is a dot; '#' is what stood there
+        const char *text, *stored; // stored: a zero unit is a dot, the guard behind the cell '#'
     };
     for (const Case &c : {Case{3, "abcdef", "abc###"}, Case{6, "abcdef", "abcdef"},
                           Case{3, "ab", "ab.###"}, Case{2, "", "..####"}}) {
@@ -67,7 +67,7 @@ TEST(StringCells, areCutAndPaddedButNotTerminated)
     }
 }
 
-TEST(ColumnDefinition, isStreamedWithoutItsPlace)
+TEST(ColumnDefinition, isStreamedFieldByField)
 {
     TableColumnDef written(nullptr);
     written.name = "a";
@@ -160,7 +160,7 @@ TEST(Columns, areFoundByNameBelowAndAboveTwentyOfThem)
     EXPECT_EQ(table.columnDef("c21"), table.columnDef(21));
 }
 
-TEST(Columns, showTheirTitleOrElseTheirName)
+TEST(Columns, describeThemselves)
 {
     Table table(QStringLiteral("quotes"), QString());
     table.addColumn("strike", FieldDef(FieldType::Decimal, 4), false, "Strike", false,

@@ -7,13 +7,6 @@
 namespace
 {
 
-template<class T>
-bool comparesAndConverts()
-{
-    return QMetaType::hasRegisteredComparators<T>() &&
-           QMetaType::hasRegisteredConverterFunction<T, QString>();
-}
-
 /// What a static object of the application finds before main() runs.
 struct BeforeMain {
     const int types[5] = {QMetaType::type("datetime"), QMetaType::type("decimal"),

@@ -12,9 +12,6 @@ class IndexRebuilder : public ::testing::Test
 protected:
     IndexRebuilder()
     {
-        m_dependent.className = QStringLiteral("IndexDependList");
-        m_join.className = QStringLiteral("TableJoinMain");
-        m_almost.className = QStringLiteral("indexDependList"); // the case counts
         appendTexts(m_table, {"1", "1"});
         m_table.setIndexName("second", &m_depend);
         m_table.setIndexName("last", &m_limit);

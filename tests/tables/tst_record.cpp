@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <type_traits>
 
 static_assert(std::is_nothrow_copy_constructible_v<Record>);
@@ -18,6 +19,7 @@ protected:
 TEST_F(Records, countTheirHandles)
 {
     Record first(&m_table);
+    EXPECT_EQ(refCount(first), 1);
     Record second = first;
     Record third(first.row());
     EXPECT_EQ(refCount(first), 3);
@@ -25,9 +27,9 @@ TEST_F(Records, countTheirHandles)
     EXPECT_TRUE(second.isNull());
     third = std::move(moved);
     EXPECT_EQ(refCount(first), 2);
-    Record &alias = third;
+    const Record &alias = third;
     third = alias;
-    third = std::move(alias);
+    third = std::move(const_cast<Record &>(alias));
     EXPECT_EQ(refCount(first), 2);
     const Record other(&m_table);
     third = other;

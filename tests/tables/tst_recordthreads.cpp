@@ -59,3 +59,21 @@ TEST(RecordThreads, freeARowOnceAfterAllHaveReadIt)
         ASSERT_EQ(sum, 8 * kThreads);
     }
 }
+
+TEST(RecordThreads, writeUnderTheTablesLock)
+{
+    KeyedTable table;
+    const Record row = appendTexts(table, {"1", "0"});
+    inThreads([&](int) {
+        for (int step = 0; step < 500; ++step) {
+            table.lock();
+            table.lock(); // recursive
+            const Record mine = table.at(0);
+            mine.data(1).setValue(mine.data(1).value<qint32>() + 1);
+            table.unlock();
+            table.unlock();
+        }
+    });
+    EXPECT_EQ(row.data(1).value<qint32>(), kThreads * 500);
+    EXPECT_EQ(refCount(row), 2);
+}

@@ -62,18 +62,14 @@ inline QString cells(const Record &record)
     return texts.join(QLatin1Char(' '));
 }
 
-/// cells() of every row of a list or an index, or of a table in the order of its master index.
+/// cells() of every row of a list or an index.
 template<class Rows>
 QStringList rows(const Rows &records)
 {
-    if constexpr (std::is_base_of_v<Table, Rows>) {
-        return rows(*records.masterIndex());
-    } else {
-        QStringList texts;
-        for (const Record &record : records)
-            texts.append(cells(record));
-        return texts;
-    }
+    QStringList texts;
+    for (const Record &record : records)
+        texts.append(cells(record));
+    return texts;
 }
 
 /// A table with the primary key "key" and three nullable columns "a", "b" and "c", all Integer.

@@ -1,4 +1,5 @@
 #include <database/decimal.h>
+#include <database/tables/fieldvalue.h>
 #include <database/values/datetime.h>
 #include <database/xdecimal.h>
 
@@ -84,4 +85,23 @@ TEST(SystemLocale, writesTheShortDateWhereTheClockSkipsTheTime)
     EXPECT_EQ(text("de_DE.UTF-8", skipped), QStringLiteral("10.03.24 02:30:00.005"));
     EXPECT_EQ(text("ru_RU.UTF-8", skipped), QStringLiteral("10.03.2024 02:30:00.005"));
     EXPECT_EQ(text("de_DE.UTF-8", 0), QString());
+}
+
+TEST(FieldInTheSystemLocale, writesEveryType)
+{
+    const std::tuple<FieldType::Type, const char *, const char *> cases[] = {
+        {FieldType::Integer, "-1234567", "-1.234.567"},
+        {FieldType::Integer64, "9876543210", "9.876.543.210"},
+        {FieldType::Double, "1234.56789", "1.234,57"},
+        {FieldType::Decimal, "1234.50", "1.234,50"},
+        {FieldType::VarChar, "1234.5", "1234.5"},
+        {FieldType::DateTime, "2024-03-10 02:30:00", "10.03.24 02:30:00.000"},
+        {FieldType::XDecimal, "1234.50", "1.234,50"},
+    };
+    for (const auto &[type, text, german] : cases) {
+        FieldValue value(type, 10, true);
+        value.fromText(text);
+        const auto written = [&value] { return value.toSystemString(); };
+        EXPECT_EQ(textInSystemLocale("de_DE.UTF-8", written), german);
+    }
 }

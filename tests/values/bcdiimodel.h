@@ -5,8 +5,8 @@
 #include <gmpxx.h>
 
 #include <algorithm>
-#include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// What the packed arithmetic is checked against: a number is an integer of arbitrary size and a
@@ -64,52 +64,14 @@ inline Bytes encode(const mpz_class &unscaled, BCDIIType type)
     return bytes;
 }
 
-/// "-12.50" or "120e3" as bytes; "NULL" as the marker before bytes that must not matter.
-inline Bytes number(std::string text, BCDIIType type)
-{
-    if (text == "NULL") {
-        Bytes bytes(BCDIILength(type), 0xFF);
-        bytes[0] = 101;
-        return bytes;
-    }
-    int shift = scaleOf(type);
-    if (const size_t e = text.find('e'); e != text.npos) {
-        shift += std::stoi(text.substr(e + 1));
-        text.resize(e);
-    }
-    if (const size_t point = text.find('.'); point != text.npos) {
-        shift -= int(text.size() - point) - 1;
-        text.erase(point, 1);
-    }
-    mpz_class digits(text, 10);
-    if (shift < 0)
-        digits /= powerOfTen(-shift);
-    else
-        digits *= powerOfTen(shift);
-    return encode(digits, type);
-}
-
-struct Result {
-    Bytes digits; // the marker alone for NULL
-    quint32 status;
-
-    bool operator==(const Result &o) const { return digits == o.digits && status == o.status; }
-};
-
-inline std::ostream &operator<<(std::ostream &out, const Result &result)
-{
-    out << "status 0x" << std::hex << result.status << std::dec << ", bytes";
-    for (const int byte : result.digits)
-        out << ' ' << byte;
-    return out;
-}
+using Result = std::pair<quint32, Bytes>; // a status, and the marker alone for NULL
 
 /// What an operation left behind, without the bytes that a NULL does not define.
 inline Result result(quint32 status, Bytes digits)
 {
     if (digits[0] == 101)
         digits.resize(1);
-    return {digits, status};
+    return {status, digits};
 }
 
 /// unscaled x 10^-scale, brought into \p type.
@@ -124,7 +86,7 @@ inline Result rounded(const mpz_class &unscaled, int scale, BCDIIType type, int 
     mpz_class kept = abs(unscaled);
     mpz_class rest = 0;
     if (kept == 0)
-        return {encode(kept, type), 0x02};
+        return {0x02, encode(kept, type)};
     if (drop <= 0)
         kept *= powerOfTen(-drop);
     else
@@ -132,22 +94,22 @@ inline Result rounded(const mpz_class &unscaled, int scale, BCDIIType type, int 
                     powerOfTen(drop).get_mpz_t());
     const mpz_class &limit = powerOfTen(precisionOf(type));
     if (kept >= limit)
-        return {{101}, 0x11};
+        return {0x11, {101}};
     if (rest == 0)
-        return {signedBytes(kept), sign};
+        return {sign, signedBytes(kept)};
 
     const bool up = style == BCDII_ROUND_HALF_UP ? rest >= 5 * powerOfTen(drop - 1)
                     : style == BCDII_ROUND_CEIL  ? !negative
                     : style == BCDII_ROUND_FLOOR ? negative
                                                  : style == BCDII_ROUND_UP;
     if (up && kept == 0 && scaleOf(type) <= 0)
-        return {{101}, style == BCDII_ROUND_CEIL || style == BCDII_ROUND_FLOOR ? 0x15u : 0x11u};
+        return {style == BCDII_ROUND_CEIL || style == BCDII_ROUND_FLOOR ? 0x15u : 0x11u, {101}};
     kept += up ? 1 : 0;
     if (kept == limit)
-        return {{101}, 0x51};
+        return {0x51, {101}};
     if (kept == 0)
-        return {encode(kept, type), 0x42};
-    return {signedBytes(kept), 0x40 | sign};
+        return {0x42, encode(kept, type)};
+    return {0x40 | sign, signedBytes(kept)};
 }
 
 } // namespace bcdiimodel

@@ -3,15 +3,11 @@
 #include "bcdiimodel.h"
 #include "valuetest.h"
 
-#include <QtCore/qdatastream.h>
-
 #include <cmath>
 #include <limits>
 
 namespace
 {
-
-using Random = std::mt19937_64;
 
 std::string print(const decimal &value)
 {
@@ -24,7 +20,7 @@ decimal read(const char *text)
 }
 
 /// Any word, crowded around small mantissas, powers of ten and the ends of the ranges.
-decimal randomDecimal(Random &random)
+decimal randomDecimal(std::mt19937_64 &random)
 {
     qint64 mantissa = qint64(random()) >> (7 + random() % 57);
     if (random() % 4 == 0)
@@ -43,36 +39,19 @@ decimal randomDecimal(Random &random)
 TEST(Decimal, readsMantissaAndScale)
 {
     const struct {
-        const char *name, *text, *parts;
+        const char *text, *parts;
     } rows[] = {
-        {"empty", "", "0 scale 0"},
-        {"places_after_fraction", "-1.5e2", "-15 scale 1"},
-        {"largest", "72057594037927935", "72057594037927935 scale 0"},
-        {"one_above_largest", "72057594037927936", "7205759403792793 scale -1"},
-        {"smallest", "-72057594037927936", "-72057594037927936 scale 0"},
-        {"below_smallest", "-72057594037927937", "-7205759403792793 scale -1"},
-        {"int64_maximum", "+9223372036854775807", "9223372036854775 scale -3"},
-        {"int64_minimum", "-9223372036854775808", "-9223372036854775 scale -3"},
-        {"both_parts_of_64_bits", "9223372036854775807.9223372036854775807",
-         "9223372036854775 scale -3"},
-        {"fraction_of_zeros", "1.00000000000000000000000000000", "10000000000000000 scale 16"},
-        {"places_behind_the_last", "1e70", "0 scale 63"},
-        {"fraction_behind_the_last",
-         "0.0000000000000000000000000000000000000000000000000000000000001239", "123 scale 63"},
-        {"places_below_the_first", "15e-70", "15000000 scale -64"},
-        {"zero_of_any_exponent", "0e-2147483648", "0 scale -64"},
+        {"-1.5e2", "-15 scale 1"},
+        {"72057594037927935", "72057594037927935 scale 0"},
+        {"72057594037927936", "7205759403792793 scale -1"},
+        {"-72057594037927937", "-7205759403792793 scale -1"},
+        {"9223372036854775807.9223372036854775807", "9223372036854775 scale -3"},
+        {"1e70", "0 scale 63"},
+        {"0.0000000000000000000000000000000000000000000000000000000000001239", "123 scale 63"},
+        {"15e-70", "15000000 scale -64"},
     };
-    for (const auto &[name, text, parts] : rows)
-        EXPECT_EQ(print(read(text)), parts) << name;
-}
-
-TEST(Decimal, throwsABadTextBack)
-{
-    expectRefused<decimal>("decimal", "",
-                           {"%1 %2", " 1", "1٣", "9223372036854775808", "0.9223372036854775808",
-                            "1e2147483648", "1e-2147483648", "720575940379279360e-64"});
-    expectRefused<decimal>("decimal", " (-)", {"-9223372036854775808.5"});
-    expectRefused<decimal>("decimal", " ()", {"9223372036854775808.5"});
+    for (const auto &[text, parts] : rows)
+        EXPECT_EQ(print(read(text)), parts) << text;
 }
 
 TEST(Decimal, readsExactlyWhatThePatternsAccept)
@@ -81,7 +60,7 @@ TEST(Decimal, readsExactlyWhatThePatternsAccept)
     const QRegExp pointExponent("([+-]?)(\\d+)[\\.]?(\\d*)e([+-]?\\d+)"),
         commaExponent("([+-]?)(\\d+)[,]?(\\d*)e([+-]?\\d+)");
     constexpr quint64 kSeed = 20151002;
-    Random random(kSeed);
+    std::mt19937_64 random(kSeed);
     int accepted = 0;
     for (int i = 0; i < 200000; ++i) {
         const QString text = numberLikeText(random);
@@ -109,39 +88,15 @@ TEST(Decimal, readsExactlyWhatThePatternsAccept)
     EXPECT_GT(accepted, 10000);
 }
 
-TEST(Decimal, readsALocalesConventions)
-{
-    const auto read = [](const char *text) {
-        return print(decimal::fromLocaleString(text, QLocale(QLocale::German), 2));
-    };
-    EXPECT_EQ(read("-1.234,5"), "-123450 scale 2");
-    EXPECT_EQ(thrownBy([&] { read("1;5"); }), QString("Error in input local string '1;5'"));
-}
-
 TEST(Decimal, fromDoubleRoundsOnlyAboveScaleZero)
 {
     EXPECT_EQ(print(decimal::fromDouble(2.5, 0)), "2 scale 0");
     EXPECT_EQ(print(decimal::fromDouble(-1.25, 1)), "-13 scale 1");
     EXPECT_EQ(print(decimal::fromDouble(1999.9, -2)), "19 scale -2");
-    EXPECT_EQ(print(decimal::fromDouble(72057594037927928.0, 0)), "72057594037927928 scale 0");
-    for (const auto &[value, scale] : {std::pair{1e17, 0},
-                                       {72057594037927936.0, 0},
-                                       {-HUGE_VAL, 0},
-                                       {std::nan(""), 0},
-                                       {1e-70, 64},
-                                       {1.0, -65}})
-        EXPECT_EQ(thrownBy([v = value, s = short(scale)] { decimal::fromDouble(v, s); }),
-                  QStringLiteral("decimal:overflow"))
+    EXPECT_EQ(read("-123.456").toDouble(), -123.456);
+    for (const double value : {72057594037927936.0, -HUGE_VAL, std::nan("")})
+        EXPECT_EQ(thrownBy([&] { decimal::fromDouble(value, 0); }), QString("decimal:overflow"))
             << value;
-}
-
-TEST(Decimal, fromPartsCutsAndFitsTheScale)
-{
-    EXPECT_EQ(print(decimal::fromParts(std::numeric_limits<qint64>::min(), 2)),
-              "-9223372036854775 scale -1");
-    EXPECT_EQ(print(decimal::fromParts(-1299, 65)), "-12 scale 63");
-    EXPECT_EQ(print(decimal::fromParts(12, -66)), "1200 scale -64");
-    EXPECT_EQ(thrownBy([] { decimal::fromParts(1, -81); }), QStringLiteral("decimal:overflow"));
 }
 
 TEST(Decimal, setScaleTruncatesAllDroppedDigitsButTheFirst)
@@ -153,12 +108,8 @@ TEST(Decimal, setScaleTruncatesAllDroppedDigitsButTheFirst)
     } rows[] = {
         {"second_dropped_digit_ignored", "1.049", 1, "10 scale 1"},
         {"negative_tie_away_from_zero", "-2.35", 1, "-24 scale 1"},
-        {"carry", "9.995", 2, "1000 scale 2"},
         {"stops_at_the_mantissa_limit", "-7.3", 63, "-7300000000000000 scale 15"},
-        {"zero_takes_any_scale", "0", 63, "0 scale 63"},
-        {"out_of_range_up", "0.0", 1000, "0 scale 63"},
         {"out_of_range_down", "7", -1000, "0 scale -64"},
-        {"last_digit_rounds", "-72057594037927936", -17, "-1 scale -17"},
         {"beyond_all_digits", "72057594037927935", -19, "0 scale -19"},
     };
     for (const auto &[name, text, scale, rescaled] : rows) {
@@ -171,7 +122,7 @@ TEST(Decimal, setScaleTruncatesAllDroppedDigitsButTheFirst)
 TEST(Decimal, comparesByExactValueAcrossAllScales)
 {
     constexpr quint64 kSeed = 7;
-    Random random(kSeed);
+    std::mt19937_64 random(kSeed);
     const auto inLastPlaces = [](const decimal &value) {
         return mpz_class(static_cast<long>(value.mantissa()) *
                          bcdiimodel::powerOfTen(decimal::kMaxScale - value.scale()));
@@ -200,73 +151,9 @@ TEST(Decimal, comparesByExactValueAcrossAllScales)
 
 TEST(Decimal, writesItsTextThroughADouble)
 {
-    const auto textThroughDouble = [](const decimal &value) {
-        const double magnitude = std::abs(double(value.mantissa()));
-        const int scale = value.scale();
-        QString text = QString::number(magnitude, 'f', 0).rightJustified(scale + 1, '0');
-        if (scale > 0)
-            text.insert(text.size() - scale, '.');
-        else
-            text = QString::number(qAbs(value.mantissa())) +
-                   QString(value.mantissa() == 0 ? 0 : -scale, '0');
-        return value.mantissa() < 0 ? '-' + text : text;
-    };
-    constexpr quint64 kSeed = 11;
-    Random random(kSeed);
-    for (int i = 0; i < 100000; ++i) {
-        const decimal value = randomDecimal(random);
-        ASSERT_EQ(value.toString(), textThroughDouble(value)) << "seed " << kSeed << print(value);
-    }
-    EXPECT_EQ(read("720575940379279.33").toString(), QStringLiteral("720575940379279.36"));
-    EXPECT_EQ(read("720575940379279.33").toExactString(), QStringLiteral("720575940379279.33"));
-}
-
-TEST(Decimal, convertsToTheNearestDouble)
-{
-    EXPECT_EQ(read("-123.456").toDouble(), -123.456);
-    EXPECT_EQ(decimal::fromParts(4503599627370497, 0).toDouble(), 4503599627370497.0);
-    EXPECT_EQ(decimal::fromParts(3, -40).toDouble(), 3 / std::pow(10.0, -40));
-    EXPECT_EQ(decimal::fromParts(3, 63).toDouble(), 3 / std::pow(10.0, 63));
-}
-
-TEST(Decimal, convertsFromVariants)
-{
-    const struct {
-        QVariant variant;
-        const char *printed;
-        bool ok;
-    } rows[] = {
-        {read("1.50").toVariant(), "150 scale 2", true},
-        {7, "700000 scale 5", true},
-        {7u, "700000 scale 5", true},
-        {Q_INT64_C(7), "700000 scale 5", true},
-        {Q_UINT64_C(7), "700000 scale 5", true},
-        {7.0, "700000 scale 5", true},
-        {"12e1", "12 scale 1", true},
-        {QVariant(), "0 scale 0", true},
-        {true, "0 scale 0", false},
-    };
-    for (const auto &[variant, printed, expected] : rows) {
-        bool ok = !expected;
-        EXPECT_EQ(print(decimal::fromVariant(variant, &ok)), printed) << variant.typeName();
-        EXPECT_EQ(ok, expected) << variant.typeName();
-    }
-    EXPECT_TRUE(decimal::canConvert(decimal().toVariant()));
-    EXPECT_TRUE(decimal::canConvert(QVariant("1,5")));
-    EXPECT_FALSE(decimal::canConvert(QVariant("")));
-    EXPECT_FALSE(decimal::canConvert(QVariant(5)));
-    EXPECT_TRUE(decimal::canConvert(QString(), true));
-    EXPECT_STREQ(QMetaType::typeName(decimal::metatypeId()), "decimal");
-}
-
-TEST(Decimal, streamsItsWord)
-{
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out << read("-1.5");
-    EXPECT_EQ(bytes.toHex(), QByteArray("81fffffffffffff1"));
-    decimal value;
-    QDataStream in(bytes);
-    in >> value;
-    EXPECT_EQ(print(value), "-15 scale 1");
+    EXPECT_EQ(read("-0.050").toString(), QString("-0.050"));
+    EXPECT_EQ(decimal::fromParts(-72057594037927935, -3).toString(),
+              QString("-72057594037927935000"));
+    EXPECT_EQ(read("720575940379279.33").toString(), QString("720575940379279.36"));
+    EXPECT_EQ(read("720575940379279.33").toExactString(), QString("720575940379279.33"));
 }

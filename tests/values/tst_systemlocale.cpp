@@ -35,26 +35,14 @@ QString shown(const char *locale, const char *text)
 
 } // namespace
 
-TEST(SystemLocale, readsADecimalByPointThenSystemLocaleThenComma)
+TEST(SystemLocale, readsADecimalByPointThenTheLocaleAndAnXDecimalByCommaToo)
 {
-    const auto any = [](const char *locale, const char *text) {
-        return readAny<decimal>(locale, text, 3);
-    };
-    EXPECT_EQ(any("en_US.UTF-8", "1,5"), QString("1.5"));
-    EXPECT_EQ(any("en_US.UTF-8", "1,500"), QString("1500.000"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1.500"), QString("1.500"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1.500,25"), QString("1500.250"));
-    EXPECT_EQ(any("de_DE.UTF-8", "1,5 EUR"), QString("0 failed"));
-    EXPECT_EQ(any("en_US.UTF-8", "-inf"), QString("0 failed"));
-}
-
-TEST(SystemLocale, readsAnXDecimalByPointOrCommaThenSystemLocale)
-{
+    EXPECT_EQ(readAny<decimal>("en_US.UTF-8", "1,500", 3), QString("1500.000"));
+    EXPECT_EQ(readAny<decimal>("de_DE.UTF-8", "1.500", 3), QString("1.500"));
+    EXPECT_EQ(readAny<decimal>("de_DE.UTF-8", "1.500,25", 3), QString("1500.250"));
+    EXPECT_EQ(readAny<decimal>("de_DE.UTF-8", "1,5 EUR", 3), QString("0 failed"));
     EXPECT_EQ(readAny<xdecimal>("en_US.UTF-8", "1,500"), QString("1.500"));
-    EXPECT_EQ(readAny<xdecimal>("en_US.UTF-8", "1,234,500.25"), QString("1234500.25"));
     EXPECT_EQ(readAny<xdecimal>("de_DE.UTF-8", "1.234.500,25"), QString("1234500.25"));
-    EXPECT_EQ(readAny<xdecimal>("en_US.UTF-8", "1,5e3"), QString("1500"));
-    EXPECT_EQ(readAny<xdecimal>("de_DE.UTF-8", "1;5"), QString("0 failed"));
 }
 
 TEST(SystemLocale, writesGroupsShortTextsAndPlainOnes)
@@ -64,27 +52,19 @@ TEST(SystemLocale, writesGroupsShortTextsAndPlainOnes)
     EXPECT_EQ(shown<decimal>("ru_RU.UTF-8", "1000.00"),
               QStringLiteral(u"1\u00A0000,00|1\u00A0000|1000,00"));
     EXPECT_EQ(shown<decimal>("en_US.UTF-8", "3e-3"), QString("3,000|3,000|3000"));
-    EXPECT_EQ(shown<decimal>("en_US.UTF-8", "0.00"), QString("0.00|0|0.00"));
     EXPECT_EQ(shown<xdecimal>("de_DE.UTF-8", "-123456789012345678901.500"),
               QString("-123.456.789.012.345.678.901,500|-123.456.789.012.345.678.901,5|"
                       "-123456789012345678901,500"));
-    EXPECT_EQ(shown<xdecimal>("en_US.UTF-8", "-100"), QString("-100|-100|-100"));
-    EXPECT_EQ(shown<xdecimal>("en_US.UTF-8", "1000.0"), QString("1,000.0|1,000|1000.0"));
 }
 
 TEST(SystemLocale, writesTheShortDateWhereTheClockSkipsTheTime)
 {
-    const auto text = [](const char *locale, qint64 msecs) {
-        return textInSystemLocale(locale, [=] {
-            qputenv("TZ", "EST5EDT,M3.2.0,M11.1.0");
-            tzset();
-            return datetime(msecs).toSystemString();
-        });
-    };
-    const qint64 skipped = datetime(QString("2024.03.10 02:30:00.005")).toMSecsSinceEpoch();
-    EXPECT_EQ(text("de_DE.UTF-8", skipped), QStringLiteral("10.03.24 02:30:00.005"));
-    EXPECT_EQ(text("ru_RU.UTF-8", skipped), QStringLiteral("10.03.2024 02:30:00.005"));
-    EXPECT_EQ(text("de_DE.UTF-8", 0), QString());
+    const QString text = textInSystemLocale("de_DE.UTF-8", [] {
+        qputenv("TZ", "EST5EDT,M3.2.0,M11.1.0");
+        tzset();
+        return datetime(QString("2024.03.10 02:30:00.005")).toSystemString();
+    });
+    EXPECT_EQ(text, QStringLiteral("10.03.24 02:30:00.005"));
 }
 
 TEST(FieldInTheSystemLocale, writesEveryType)

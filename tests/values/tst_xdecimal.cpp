@@ -3,8 +3,6 @@
 #include "bcdiimodel.h"
 #include "valuetest.h"
 
-#include <QtCore/qdatastream.h>
-
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -34,37 +32,27 @@ TEST(XDecimal, readsEveryDigit)
         const char *name, *text, *printed;
     } rows[] = {
         {"negative_zero", "-0.00", "0.00"},
-        {"no_integer_digits", "-.5", "-0.5"},
-        {"comma", "+12,50", "12.50"},
         {"all_digits", "-123456789012345678901234.56", "-123456789012345678901234.56"},
-        {"leading_zeros", "0000000000000000000000000000000000000000000000000000000001", "1"},
         {"last_place", "0.00000000000000000000000000000000000000000000000000000000000001",
          "0.00000000000000000000000000000000000000000000000000000000000001"},
-        {"power_within_fraction", "-1.255e+2", "-125.5"},
         {"power_keeps_places", "1.50e1", "15.0"},
         {"negative_power_below_the_digits", "-1e-5", "-0.00001"},
-        {"largest_power_of_ten", "1e25", "10000000000000000000000000"},
         {"zero_of_any_power", "0e999999999", "0"},
     };
     for (const auto &[name, text, printed] : rows) {
-        SCOPED_TRACE(name);
-        const QString string = text, expected = printed;
-        const xdecimal value{QStringRef(&string)};
-        EXPECT_EQ(value.toString(), expected);
-        const int point = expected.indexOf('.');
-        EXPECT_EQ(value.scale(), point < 0 ? 0 : expected.size() - 1 - point);
-        EXPECT_EQ(xdecimal(text).compare(value), 0);
-        EXPECT_EQ(BCDIICheck(value.data()) & BCDII_MALFORMED, 0u);
+        EXPECT_EQ(xdecimal(text).toString(), QString(printed)) << name;
+        EXPECT_EQ(BCDIICheck(xdecimal(text).data()) & BCDII_MALFORMED, 0u) << name;
     }
 }
 
 TEST(XDecimal, throwsABadTextBack)
 {
-    expectRefused<xdecimal>("xdecimal", "",
-                            {"", "%1 %2", "1,5e5", "100000000000000000000000000", "1e26",
-                             "1e2147483647", "1e2147483648", "1e-63"});
-    expectRefused<xdecimal>("xdecimal", " (-)", {"-1.00000000000000000000000000"});
-    expectRefused<xdecimal>("xdecimal", " ()", {"1,00000000000000000000000000"});
+    for (const char *text : {"", "%1 %2", "1,5e5", "1e26", "1e2147483648", "1e-63"})
+        EXPECT_EQ(thrownBy([=] { xdecimal::fromString(text); }),
+                  QStringLiteral("Невозможно создать xdecimal по строке '") + text + '\'');
+    EXPECT_EQ(thrownBy([] { xdecimal::fromString("-1.00000000000000000000000000"); }),
+              QStringLiteral(
+                  "Невозможно создать xdecimal по строке '-1.00000000000000000000000000' (-)"));
 }
 
 TEST(XDecimal, readsExactlyWhatThePatternsAccept)
@@ -94,63 +82,15 @@ TEST(XDecimal, readsExactlyWhatThePatternsAccept)
     EXPECT_GT(read, 5000);
 }
 
-TEST(XDecimal, readsALocalesConventionsExactly)
-{
-    const QLocale german(QLocale::German), russian(QLocale::Russian), arabic("ar_EG");
-    const auto read = [](const char *text, const QLocale &locale) {
-        return xdecimal::fromLocaleString(QString::fromUtf8(text), locale).toString();
-    };
-    EXPECT_EQ(read("-12.345.678.901.234.567,89", german), QString("-12345678901234567.89"));
-    EXPECT_EQ(read(" 1 234,50 ", russian), QString("1234.50"));
-    EXPECT_EQ(read(",5E3", german), QString("500"));
-    EXPECT_EQ(read("7,", german), QString("7"));
-    EXPECT_EQ(read("١٢٫٥", arabic), QString("12.5"));
-    for (const char *bad : {"1.5", "nan", "", "1e30"})
-        EXPECT_EQ(thrownBy([&] { read(bad, german); }),
-                  QStringLiteral("Error in input local string '%1'").arg(bad));
-}
-
 TEST(XDecimal, convertsFromNumbers)
 {
-    const QString overflow = QStringLiteral("xdecimal:overflow");
     EXPECT_EQ(xdecimal::fromDouble(-2.345, 2).toString(), QString("-2.35"));
-    EXPECT_EQ(xdecimal::fromDouble(1250, -2).scale(), -2);
     EXPECT_EQ(xdecimal::fromDouble(1250, -2).toString(), QString("1300"));
-    EXPECT_EQ(xdecimal::fromDouble(std::nan(""), 2).toString(), QString("0.00"));
     EXPECT_EQ(xdecimal::fromInt64(std::numeric_limits<qint64>::min(), 3).toString(),
               QString("-9223372036854775.808"));
-    for (const double value : {1e24, HUGE_VAL, -HUGE_VAL})
-        EXPECT_EQ(thrownBy([=] { xdecimal::fromDouble(value, 3); }), overflow) << value;
-    for (const short scale : {-63, 63, 1000}) {
-        EXPECT_EQ(thrownBy([=] { xdecimal::fromDouble(0, scale); }), overflow) << scale;
-        EXPECT_EQ(thrownBy([=] { xdecimal::fromInt64(0, scale); }), overflow) << scale;
-    }
-    EXPECT_TRUE(std::isnan(null().toDouble()));
-}
-
-TEST(XDecimal, convertsFromVariantsExactly)
-{
-    const struct {
-        QVariant variant;
-        const char *printed;
-        bool ok;
-    } rows[] = {
-        {std::numeric_limits<quint64>::max(), "18446744073709551615.00000", true},
-        {-7, "-7.00000", true},
-        {0.1, "0.10000", true},
-        {"1,5", "1.5", true},
-        {xdecimal("1.50").toVariant(), "1.50", true},
-        {QVariant(), "0", true},
-        {false, "0", false},
-    };
-    for (const auto &[variant, printed, expected] : rows) {
-        bool ok = !expected;
-        EXPECT_EQ(xdecimal::fromVariant(variant, &ok).toString(), QString(printed));
-        EXPECT_EQ(ok, expected) << printed;
-    }
-    EXPECT_TRUE(xdecimal::canConvert(QVariant("1e5")));
-    EXPECT_FALSE(xdecimal::canConvert(QVariant(5)));
-    EXPECT_STREQ(QMetaType::typeName(xdecimal::metatypeId()), "xdecimal");
+    for (const double value : {1e24, -HUGE_VAL})
+        EXPECT_EQ(thrownBy([=] { xdecimal::fromDouble(value, 3); }), QString("xdecimal:overflow"));
+    EXPECT_EQ(thrownBy([] { xdecimal::fromInt64(0, 63); }), QString("xdecimal:overflow"));
 }
 
 TEST(XDecimal, setScaleRoundsHalfUpOrRefuses)
@@ -158,41 +98,23 @@ TEST(XDecimal, setScaleRoundsHalfUpOrRefuses)
     xdecimal value("-2.345");
     value.setScale(2);
     EXPECT_EQ(value.toString(), QString("-2.35"));
+    for (const short scale : {26, 63, -63})
+        EXPECT_EQ(thrownBy([&] { value.setScale(scale); }), QString("xdecimal:bad operand"));
     value.setScale(24);
     EXPECT_EQ(value.toString(), QString("-2.350000000000000000000000"));
-    const QString refusal = QStringLiteral("xdecimal:bad operand");
-    for (const short scale : {26, 63, -63, 1000})
-        EXPECT_EQ(thrownBy([&] { value.setScale(scale); }), refusal) << scale;
-    EXPECT_EQ(value.scale(), 24);
-    EXPECT_EQ(thrownBy([] { null().setScale(2); }), refusal);
-}
-
-TEST(XDecimal, rangeEndsInNinesAtTheLowestScale)
-{
-    const QString nines = QString(26, '9') + QString(62, '0');
-    EXPECT_EQ(xdecimal::maximum().toString(), nines);
-    EXPECT_EQ(xdecimal::minimum().toString(), '-' + nines);
-    EXPECT_LT(xdecimal::minimum(), xdecimal("-99999999999999999999999999"));
-    EXPECT_EQ(-xdecimal::minimum(), xdecimal::maximum());
+    EXPECT_EQ(qHash(value), qHash(xdecimal("-2.35")));
 }
 
 TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
 {
     using namespace bcdiimodel;
-    const QString overflow = QStringLiteral("xdecimal:overflow");
-    EXPECT_EQ((xdecimal("1.50") * xdecimal("0.5")).toString(), QString("0.750"));
-    EXPECT_EQ((xdecimal("9999999999999999999999999.5") + xdecimal("0.5")).toString(),
-              QString("10000000000000000000000000")); // the carry costs a place
-    const xdecimal nines("99999999999999999999999999");
-    EXPECT_EQ(thrownBy([&] { nines + xdecimal("1"); }), overflow);
     EXPECT_EQ(thrownBy([] { xdecimal("1") + null(); }), QStringLiteral("xdecimal:nan"));
-    EXPECT_EQ(thrownBy([] { null() * xdecimal("100000"); }), QStringLiteral("xdecimal:nan"));
 
     const auto expected = [](const mpz_class &unscaled, int scale, int lowest) {
         for (int s = std::min(scale, 62); s >= lowest; --s) {
             const Result result = rounded(unscaled, scale, typeOf(26, s), BCDII_ROUND_HALF_UP);
-            if (!(result.status & BCDII_OVERFLOW))
-                return fromBytes(typeOf(26, s), result.digits);
+            if (!(result.first & BCDII_OVERFLOW))
+                return fromBytes(typeOf(26, s), result.second);
         }
         return null();
     };
@@ -222,7 +144,7 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
             xdecimal got = null();
             const QString thrown = thrownBy([&] { got = operation(values[0], values[1]); });
             ASSERT_EQ(std::memcmp(&got, &wanted, sizeof got), 0);
-            ASSERT_EQ(thrown == overflow, wanted.isNull()) << thrown.toStdString();
+            ASSERT_EQ(thrown == "xdecimal:overflow", wanted.isNull()) << thrown.toStdString();
         };
         check(std::plus<>(), expected(a + b, scale, lowest));
         check(std::minus<>(), expected(a - b, scale, lowest));
@@ -233,48 +155,5 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
         ASSERT_EQ(values[0].compare(values[1]), sgn(a - b));
         if (HasFatalFailure())
             return;
-    }
-}
-
-TEST(XDecimal, hashesEqualValuesAlikeAndOthersApart)
-{
-    for (const char *text : {"0", "-12.5", "100", "0.05", "99999999999999999999"}) {
-        xdecimal value(text);
-        const uint hash = qHash(value, 3);
-        for (const short scale : {3, 4, 5, 6}) {
-            value.setScale(scale);
-            EXPECT_EQ(qHash(value, 3), hash) << text << " at " << scale;
-        }
-    }
-    EXPECT_NE(qHash(xdecimal("1")), qHash(xdecimal("-1")));
-    EXPECT_NE(qHash(xdecimal("1")), qHash(xdecimal("100")));
-}
-
-TEST(XDecimal, streamsItsTypeAndDigitsAndRefusesOthers)
-{
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out << xdecimal("-1.5");
-    EXPECT_EQ(bytes.toHex(), QByteArray("1a018000000000000000000000000132"));
-
-    const struct {
-        const char *name, *hex;
-        QDataStream::Status status;
-        QString printed;
-    } rows[] = {
-        {"number", "1a018000000000000000000000000132", QDataStream::Ok, "-1.5"},
-        {"null", "1a0265ffffffffffffffffffffffffff", QDataStream::Ok, {}},
-        {"precision", "1b010000000000000000000000000132", QDataStream::ReadCorruptData, {}},
-        {"scale", "1a3f0000000000000000000000000132", QDataStream::ReadCorruptData, {}},
-        {"pair", "1a010000000000006400000000000132", QDataStream::ReadCorruptData, {}},
-        {"short", "1a01000000", QDataStream::ReadPastEnd, {}},
-    };
-    for (const auto &[name, hex, status, printed] : rows) {
-        QDataStream in(QByteArray::fromHex(hex));
-        xdecimal value;
-        in >> value;
-        EXPECT_EQ(in.status(), status) << name;
-        EXPECT_EQ(value.isNull(), printed.isNull()) << name;
-        EXPECT_EQ(value.toString(), printed) << name;
     }
 }

@@ -8,15 +8,8 @@
 #include <QtCore/qstring.h>
 
 #include <random>
-#include <vector>
 
 /// What the tests of the value types share.
-
-template<typename Case>
-std::string caseName(const ::testing::TestParamInfo<Case> &info)
-{
-    return info.param.name;
-}
 
 /// What \p action throws as a QString or a literal, or a note that it threw nothing.
 template<typename Action>
@@ -30,19 +23,6 @@ QString thrownBy(Action action)
         return QString::fromUtf8(message);
     }
     return QStringLiteral("nothing thrown");
-}
-
-/// Expects each text to be refused with a message that quotes it and ends in \p ending.
-template<typename Number>
-void expectRefused(const char *type, const char *ending, const std::vector<const char *> &texts)
-{
-    for (const char *bytes : texts) {
-        const QString text = QString::fromUtf8(bytes);
-        const QString message = QStringLiteral("Невозможно создать ") + type +
-                                QStringLiteral(" по строке '") + text + QChar('\'') + ending;
-        EXPECT_EQ(thrownBy([&] { Number::fromString(text); }), message);
-        EXPECT_EQ(thrownBy([&] { Number{QStringRef(&text)}; }), message);
-    }
 }
 
 /// The forms of numbers, as sign, integer digits, fraction digits and exponent.

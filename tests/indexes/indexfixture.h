@@ -71,27 +71,7 @@ inline int cellOf(const Record &record, int column)
     return value;
 }
 
-inline int comparePrices(const Record &a, const Record &b)
-{
-    return cellOf(a, kPrice) - cellOf(b, kPrice);
-}
-
-/// Burns down with each question that is put to an index; the one that ends it throws.
-class Fuse
-{
-public:
-    void set(int questions) { m_left = questions; }
-    void burn() const
-    {
-        if (m_left.load(std::memory_order_relaxed) >= 0 && m_left.fetch_sub(1) == 0)
-            throw std::runtime_error("fuse");
-    }
-
-private:
-    mutable std::atomic<int> m_left{-1};
-};
-
-/// Rows by one column, all of them or the listed ones. Counts comparisons.
+/// Rows by one column, all of them or the listed ones. Counts comparisons and may refuse one.
 class QuoteSort : public IndexSort
 {
 public:
@@ -106,19 +86,19 @@ public:
     int compare(const Record &a, const Record &b) const override
     {
         comparisons.fetch_add(1, std::memory_order_relaxed);
-        fuse.burn();
+        if (questionsLeft >= 0 && questionsLeft-- == 0)
+            throw std::runtime_error("comparison refused");
         const int x = cellOf(a, m_column);
         const int y = cellOf(b, m_column);
         return int(x > y) - int(x < y);
     }
     bool filter(const Record &record) const override
     {
-        fuse.burn();
         return !m_listedOnly || cellOf(record, kListed) != 0;
     }
 
     mutable std::atomic<qint64> comparisons{0};
-    Fuse fuse;
+    mutable std::atomic<int> questionsLeft{-1}; // the next one throws; below 0: none does
 
 private:
     const QuoteColumn m_column;
@@ -154,10 +134,4 @@ std::string thrownBy(Call call)
         return exception.message.toStdString();
     }
     return {};
-}
-
-template<class Case>
-std::string caseName(const ::testing::TestParamInfo<Case> &info)
-{
-    return info.param.name;
 }

@@ -1,132 +1,125 @@
-#include "indexes/countedhandle.h"
-
-#include <database/indexes/concurrentsort.h>
+#include "indexes/indexfixture.h"
 
 #include <QtCore/qthreadpool.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <random>
+#include <numeric>
 #include <set>
 #include <thread>
 
 namespace
 {
 
-constexpr int kKeySpan = 1 << 20;
-
-/// A handle's value is its key above its original place: sorted stably, values ascend.
-int key(const CountedHandle &handle)
-{
-    return handle.value() / kKeySpan;
-}
-int place(const CountedHandle &handle)
-{
-    return handle.value() % kKeySpan;
-}
-
-bool keyLess(const CountedHandle &a, const CountedHandle &b)
-{
-    return key(a) < key(b);
-}
-
-/// Fills the list at random; \return its values in the order that a stable sort by key gives.
-std::vector<int> fill(List &list, int n, int keys, unsigned seed)
-{
-    std::mt19937 random(seed);
-    QList<CountedHandle> handles;
-    for (int i = 0; i < n; ++i)
-        handles.append(CountedHandle(int(random() % unsigned(keys)) * kKeySpan + i));
-    list.insert(0, handles);
-    std::vector<int> sorted = valuesOf(list);
-    std::sort(sorted.begin(), sorted.end());
-    return sorted;
-}
-
-/// Journal of all comparisons: who compared and how far apart the eighths of the two originals lie.
-class Journal
+/// Holds each thread at its first comparison until all expected stand there.
+class MeetingSort : public QuoteSort
 {
 public:
-    Journal(int records, size_t parties)
-        : m_records(records)
-        , m_parties(parties)
-    {
-    }
-
-    /// Holds each thread at its first comparison until so many parties stand there.
-    void add(int a, int b)
+    using QuoteSort::QuoteSort;
+    int compare(const Record &a, const Record &b) const override
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         threads.insert(std::this_thread::get_id());
-        int level = 0; // 0: same eighth, 1: same quarter, 2: same half, 3: different halves
-        for (int i = eighth(a), j = eighth(b); i != j; i /= 2, j /= 2)
-            ++level;
-        levels.push_back(level);
         m_arrival.notify_all();
         if (met)
             met = m_arrival.wait_for(lock, std::chrono::seconds(30),
-                                     [&] { return threads.size() >= m_parties; });
+                                     [&] { return threads.size() >= parties; });
+        return QuoteSort::compare(a, b);
     }
 
-    bool met = true;
-    std::set<std::thread::id> threads;
-    std::vector<int> levels;
+    size_t parties = 1;
+    mutable bool met = true;
+    mutable std::set<std::thread::id> threads;
 
 private:
-    int eighth(int place) const { return (8 * place + 7) / m_records; } // cut at i * records / 8
-
-    const int m_records;
-    const size_t m_parties;
-    std::mutex m_mutex;
-    std::condition_variable m_arrival;
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_arrival;
 };
 
-class ConcurrentSortTest : public CountedHandles
+class ParallelSort : public ::testing::Test
 {
 protected:
     void SetUp() override { QThreadPool::globalInstance()->setMaxThreadCount(8); }
+
+    /// Few prices in an order far from sorted.
+    static int priceOf(int id) { return id * 7919 % 13; }
+
+    void fill(int rows)
+    {
+        table.clear();
+        table.appendAll(std::vector<int>(size_t(rows), 0));
+    }
+
+    /// Behind the back of any index.
+    void changePrices()
+    {
+        for (int id = 0; id < table.rowCount(); ++id)
+            table.setPrice(id, priceOf(id));
+    }
+
+    /// What has to come out: by price, and rows of one price by id.
+    Ids sortedIds() const
+    {
+        Ids ids(size_t(table.rowCount()), 0);
+        std::iota(ids.begin(), ids.end(), 0);
+        std::stable_sort(ids.begin(), ids.end(),
+                         [](int a, int b) { return priceOf(a) < priceOf(b); });
+        return ids;
+    }
+
+    QuoteTable table;
 };
 
-} // namespace
-
-TEST_F(ConcurrentSortTest, keepsTheOrderOfEqualKeysAtEverySize)
+// Comparisons take no lock here: one would hide a race.
+TEST_F(ParallelSort, isStableAndKeepsEveryReference)
 {
-    std::vector<int> sizes{100000};
-    for (int n = 0; n <= 2000; n += n < 500 || n > 530 ? 19 : 1)
-        sizes.push_back(n);
-    for (const int n : sizes) {
-        SCOPED_TRACE(n);
-        List list(n > 2000 ? 10000 : 100, 50);
-        const std::vector<int> sorted = fill(list, n, 7, unsigned(n));
-        const int copies = CountedHandle::s_copies;
-        ConcurrentSort::stableSortHelper(list.begin(), list.end(), keyLess);
-        EXPECT_EQ(CountedHandle::s_copies, copies) << "handles were copied";
-        ASSERT_TRUE(list.verify());
-        EXPECT_EQ(valuesOf(list), sorted);
+    for (const int rows : {1, 2, 510, 511, 512, 513, 519, 520, 25000}) {
+        SCOPED_TRACE(rows);
+        fill(rows);
+        QuoteSort index(&table, kPrice, false, false);
+        index.build();
+        changePrices();
+        index.resort();
+        EXPECT_EQ(idsOf(index), sortedIds());
+        EXPECT_TRUE(index.list().verify());
+        EXPECT_TRUE(std::all_of(index.begin(), index.end(),
+                                [](const Record &record) { return refCountOf(record) == 2; }));
     }
 }
 
-TEST_F(ConcurrentSortTest, sortsEightPiecesAtOnceFrom512OnThenMergesLevelByLevel)
+TEST_F(ParallelSort, sortsEightPiecesAtOnceFrom512On)
 {
-    for (const int n : {511, 512, 1003}) { // 1003: pieces of unequal length
-        SCOPED_TRACE(n);
-        const bool parallel = n >= 512;
-        List list(100, 50);
-        const std::vector<int> sorted = fill(list, n, 1000, unsigned(n));
-        Journal journal(n, parallel ? 8 : 1);
+    for (const int rows : {511, 512}) {
+        SCOPED_TRACE(rows);
+        fill(rows);
+        MeetingSort index(&table, kPrice, false, false);
+        index.build();
+        changePrices();
+        index.threads.clear();
+        index.parties = rows < 512 ? 1 : 8;
         QThreadPool::globalInstance()->waitForDone(); // so that all eight threads are free
-        ConcurrentSort::stableSortHelper(list.begin(), list.end(),
-                                         [&](const CountedHandle &a, const CountedHandle &b) {
-                                             journal.add(place(a), place(b));
-                                             return keyLess(a, b);
-                                         });
-        EXPECT_TRUE(journal.met) << "eight pieces were not under way at once";
-        EXPECT_EQ(journal.threads == std::set<std::thread::id>{std::this_thread::get_id()},
-                  !parallel);
-        EXPECT_EQ(std::is_sorted(journal.levels.begin(), journal.levels.end()), parallel)
-            << "pieces were merged before all were sorted, or cut elsewhere";
-        EXPECT_EQ(std::set<int>(journal.levels.begin(), journal.levels.end()).size(), 4u);
-        EXPECT_EQ(valuesOf(list), sorted);
+        index.resort();
+        EXPECT_TRUE(index.met) << "eight pieces were not under way at once";
+        EXPECT_EQ(index.threads == std::set<std::thread::id>{std::this_thread::get_id()},
+                  rows < 512);
+        EXPECT_EQ(idsOf(index), sortedIds());
     }
 }
+
+TEST_F(ParallelSort, staysAsItWasWhenAThreadThrows)
+{
+    fill(2000);
+    QuoteSort index(&table, kPrice, false, false);
+    index.build();
+    const Ids before = idsOf(index);
+    changePrices();
+    for (const int questions : {0, 1000, 5000, 8000}) {
+        index.questionsLeft = questions;
+        EXPECT_THROW(index.resort(), std::runtime_error);
+        EXPECT_EQ(idsOf(index), before);
+    }
+}
+
+} // namespace

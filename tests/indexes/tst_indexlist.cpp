@@ -1,4 +1,8 @@
 #include "indexes/indexfixture.h"
+#include "support/recordingindex.h"
+
+#include <database/icore.h>
+#include <database/indexes/indexdependbase.h>
 
 namespace
 {
@@ -63,6 +67,52 @@ TEST(IndexRegistration, endsWithWhicheverGoesFirst)
     EXPECT_EQ(survivor->count(), 0);
     EXPECT_EQ(refCountOf(kept), 1);
     survivor.reset();
+}
+
+TEST(IndexList, findsItsTableByNameThroughTheApplication)
+{
+    struct Core : ICore {
+        QuoteTable quotes;
+        bool hasTable(const QString &name) const override { return name == quotes.name(); }
+        Table *table(const QString &name) const override
+        {
+            return hasTable(name) ? const_cast<QuoteTable *>(&quotes) : nullptr;
+        }
+        bool compressTableFiles() const override { return false; }
+    } core;
+    ICore::setInstance(&core);
+    EXPECT_EQ(IndexList(QStringLiteral("quotes"), true).table(), &core.quotes);
+    ICore::setInstance(nullptr);
+    EXPECT_THROW(IndexList(QStringLiteral("quotes"), true), QString);
+}
+
+TEST(IndexDependBase, repeatsEveryCallInOrderWithoutAskingTheFilter)
+{
+    QuoteTable table;
+    QStringList log;
+    Recording<IndexList> a("a", &log, &table, false), b("b", &log, &table, false);
+    IndexDependBase dependents;
+    for (Index *index :
+         {static_cast<Index *>(&a), static_cast<Index *>(&b), static_cast<Index *>(&a)})
+        dependents.addDependentIndex(index);
+    dependents.removeDependentIndex(&a); // the first of the two
+    const QList<Record> rows{table.row(1)};
+    dependents.add(rows.first());
+    dependents.update(rows.first(), 1, 2, 0);
+    dependents.preprocess({}, rows, 1, 2, {}, rows);
+    dependents.process({}, rows, 1, 2, {});
+    dependents.remove(rows.first(), 0);
+    dependents.clear();
+    const QStringList calls{"add",
+                            "update [1..2] 0",
+                            "preprocess -0 ~1 +0 [1..2]",
+                            "process -0 ~1 +0 [1..2]",
+                            "remove 0",
+                            "clear"};
+    QStringList expected;
+    for (const QString &call : calls)
+        expected << "b." + call << "a." + call;
+    EXPECT_EQ(log, expected);
 }
 
 } // namespace

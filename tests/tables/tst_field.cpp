@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <QtCore/qdatetime.h>
+#include <QtCore/qdebug.h>
 
 namespace
 {
@@ -107,6 +108,57 @@ TEST(FieldFromText, storesItOrLeavesTheCellAlone)
         cell.setNull();
         EXPECT_ANY_THROW(cell.fromText(given));
         EXPECT_TRUE(cell.isNull());
+    }
+}
+
+TEST(FieldAsText, isACharacterOrAViewOnlyOfText)
+{
+    FieldValue letter(FieldType::VarChar, 1, true), word(FieldType::VarChar, 2, true);
+    FieldValue number;
+    EXPECT_EQ(letter.toChar(), QChar());
+    EXPECT_EQ(thrownBy([&] { (void)letter.asChar(); }), "QString: String is null for QChar");
+    letter.fromText(QStringLiteral("x"));
+    EXPECT_EQ(letter.asChar(), QLatin1Char('x'));
+    word.fromText(QStringLiteral("ab"));
+    EXPECT_EQ(thrownBy([&] { (void)word.asChar(); }),
+              "QString: String length is not 1 for QChar: 2.");
+    EXPECT_EQ(word.asStaticString(), "ab");
+    EXPECT_TRUE(number.asStaticString().isNull());
+    number.setValue(5);
+    EXPECT_EQ(thrownBy([&] { (void)number.asStaticString(); }),
+              "QString: Incorrect type of field.");
+    EXPECT_EQ(thrownBy([&] { (void)number.toChar(); }), "QString: Incorrect type of field.");
+    QString debug;
+    QDebug(&debug) << number << FieldValue();
+    EXPECT_EQ(debug, "5 NULL ");
+}
+
+TEST(FieldConstants, takeTypeAndLengthFromTheirValue)
+{
+    const struct {
+        FieldConstValue value;
+        const char *expected; // type, length, nullable, text
+    } cases[] = {{FieldConstValue(), "Integer[0] 1 NULL"},
+                 {FieldConstValue(QChar('x')), "VarChar[1] 0 x"},
+                 {FieldConstValue(QStringLiteral("long")), "VarChar[4] 0 long"},
+                 {FieldConstValue("latin"), "VarChar[5] 0 latin"},
+                 {FieldConstValue(static_cast<const char *>(nullptr)), "VarChar[0] 0 "},
+                 {FieldConstValue(decimal::fromParts(-15, 1)), "Decimal[0] 1 -1.5"},
+                 {FieldConstValue(xdecimal("0.5")), "XDecimal[0] 1 0.5"},
+                 {FieldConstValue(datetime(1)), "DateTime[0] 1 1970.01.01 00:00:00.001"},
+                 {FieldConstValue(5), "Integer[0] 1 5"},
+                 {FieldConstValue(Q_INT64_C(5)), "Integer64[0] 1 5"},
+                 {FieldConstValue(0.1), "Double[0] 1 0.1"}};
+    for (const auto &c : cases) {
+        for (const FieldConstValue &value : {c.value, FieldConstValue::fromValue(c.value)}) {
+            const TableColumnDef &column = *value.column();
+            const QString shown = QStringLiteral("%1[%2] %3 %4")
+                                      .arg(FieldType::typeName(column.type))
+                                      .arg(column.length)
+                                      .arg(column.nullable)
+                                      .arg(text(value));
+            EXPECT_EQ(shown, c.expected);
+        }
     }
 }
 

@@ -47,6 +47,25 @@ TEST(Records, copyCells)
     EXPECT_EQ(cells(some), "9 2 NULL 9");
 }
 
+TEST(Records, readAsKeysAndForDiagnosis)
+{
+    KeyedTable table;
+    const Record row = appendTexts(table, {"7", "1", nullptr, "-3"});
+    EXPECT_EQ(Record(&table, QStringLiteral("7")), row);
+    for (const char *noKey : {"", "8", "seven", "7,8"})
+        EXPECT_TRUE(Record(&table, QString(noKey)).isNull()) << noKey;
+    EXPECT_TRUE(row.inTable());
+    EXPECT_FALSE(row.clone().inTable());
+    EXPECT_EQ(row.toString(), "7");
+    const QString address = QStringLiteral("%1").arg(quintptr(row.row()), 16, 16, QChar('0'));
+    EXPECT_EQ(row.dump(true),
+              QStringLiteral("quotes:(ptr:0x%1 ref:2) { key=7 a=1 c=-3 }").arg(address));
+    EXPECT_TRUE(row.dump(false).endsWith(QStringLiteral("{ key=7 a=1 b=\"\" c=-3 }")));
+    EXPECT_EQ(Record::null.dump(false) + Record::null.toString(), "{ NULL }");
+    EXPECT_FALSE(Record::null.inTable());
+    EXPECT_EQ(&table.at(1), &Record::null);
+}
+
 TEST(Records, areFreedOnceAfterAllThreadsHaveCopiedAndReadThem)
 {
     // Each round the threads hold the only handles: whichever drops last frees the row, after the

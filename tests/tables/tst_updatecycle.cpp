@@ -234,6 +234,10 @@ TEST_F(UpdateCycle, registersIndexesByOrderAndName)
     const auto log = [this](const char *text) { return [=] { m_log.append(text); }; };
     QObject::connect(&m_table, &Table::indexAdded, &scope, log("added"));
     QObject::connect(&m_table, &Table::indexRemoved, &scope, log("removed"));
+    QObject::connect(&m_table, &Table::dependentIndexAdded, &scope, log("dependent added"));
+    QObject::connect(&m_table, &Table::dependentIndexRemoved, &scope, log("dependent removed"));
+    m_table.addDependentIndex(&m_b);
+    m_table.removeDependentIndex(&m_b);
     m_table.setIndexName("y", &m_a);
     m_table.setIndexName("x", &m_a);
     EXPECT_EQ(m_table.indexName(&m_a), "x");
@@ -246,7 +250,8 @@ TEST_F(UpdateCycle, registersIndexesByOrderAndName)
     EXPECT_EQ(m_table.indexes(), (QList<Index *>{&m_b, &m_a, &m_b}));
     m_table.removeIndex(&m_b);
     m_table.build();
-    EXPECT_EQ(m_log, (QStringList{"removed", "added", "added", "removed", "a.build", "b.build"}));
+    EXPECT_EQ(m_log, (QStringList{"dependent added", "dependent removed", "removed", "added",
+                                  "added", "removed", "a.build", "b.build"}));
 }
 
 TEST_F(UpdateCycle, letsIndexesComeAndGoInsideEveryCall)

@@ -164,6 +164,60 @@ TEST(BcdiiNull, anyNullOperandMakesTheResultNull)
     EXPECT_EQ(whole, 5);
 }
 
+// Type word and digits in one piece of memory.
+TEST(BcdiiSelfDescribing, actsAsTheFormWithTypesRoundingHalfUp)
+{
+    const auto make = [](const char *text, BCDIIType type) {
+        Bytes number(2 + BCDIILength(type));
+        BCDIIInit(reinterpret_cast<quint16 *>(number.data()), type);
+        EXPECT_EQ(BCDIICheck(number.data()), 0xA0u);
+        EXPECT_EQ(BCDIINeg(number.data()), 0xB0u);
+        bool ok = false;
+        BCDIIFromString(number.data(), text, &ok);
+        EXPECT_TRUE(ok) << text;
+        return number;
+    };
+    const auto text = [](const Bytes &number) {
+        const std::unique_ptr<char, decltype(&std::free)> result(
+            BCDII2StringSequence(number.data(), nullptr), &std::free);
+        return std::string(result.get());
+    };
+    Bytes a = make("2.345", typeOf(9, 0));
+    const Bytes b = make("-12.35", typeOf(8, 0));
+    Bytes c = make("0.0", typeOf(9, 0));
+    EXPECT_EQ(BCDIIGetType(a.data()), typeOf(9, 3));
+    EXPECT_EQ(BCDIICmp(a.data(), b.data()), 1);
+    EXPECT_EQ(BCDIIAdd(c.data(), a.data(), b.data()), 0x44u); // -10.005
+    EXPECT_EQ(text(c), "-10.0");
+    EXPECT_EQ(BCDIIMul(c.data(), a.data(), b.data()), 0x44u); // -28.96075
+    EXPECT_EQ(text(c), "-29.0");
+    EXPECT_EQ(BCDIICopy(c.data(), a.data()), 0x40u);
+    EXPECT_EQ(text(c), "2.3");
+    EXPECT_EQ(BCDIINeg(a.data()), 0x04u);
+    EXPECT_EQ(text(a), "-2.345");
+    qint64 whole = 0;
+    double real = 0;
+    EXPECT_EQ(BCDII2Int64(&whole, a.data(), 2), 0x44u);
+    EXPECT_EQ(whole, -235);
+    EXPECT_EQ(BCDII2Double(&real, a.data()), 0x04u);
+    EXPECT_EQ(real, -2.345);
+    EXPECT_EQ(BCDIIGetFromInt64(c.data(), -129, 2), 0x44u);
+    EXPECT_EQ(text(c), "-1.2");
+    EXPECT_EQ(BCDIIGetFromUInt64(c.data(), 7, 0), 0u);
+    EXPECT_EQ(BCDIIGetFromDouble(c.data(), -0.25), 0x04u);
+    EXPECT_EQ(text(c), "-.3");
+    BCDIISetMin(c.data());
+    EXPECT_EQ(text(c), "-99999999.9");
+    BCDIISetMax(c.data());
+    EXPECT_EQ(text(c), "99999999.9");
+    BCDIISetZero(c.data());
+    EXPECT_EQ(BCDIICheck(c.data()), 0x02u);
+    EXPECT_EQ(BCDIINeg(c.data()), 0x02u);
+    bool ok = true;
+    EXPECT_EQ(BCDIIFromString(c.data(), "none", &ok), 0x30u);
+    EXPECT_FALSE(ok);
+}
+
 TEST(BcdiiInteger, isReadRoundedOrLeftAloneOutsideTheRange)
 {
     const struct {

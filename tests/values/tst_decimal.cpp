@@ -88,6 +88,20 @@ TEST(Decimal, readsExactlyWhatThePatternsAccept)
     EXPECT_GT(accepted, 10000);
 }
 
+TEST(Decimal, throwsABadTextBack)
+{
+    const auto message = [](const QString &text) {
+        return thrownBy([&] { decimal::fromString(text); });
+    };
+    const QString refused = QStringLiteral("Невозможно создать decimal по строке '%1'");
+    for (const char *text : {"1,5", "12a", " 1", "9223372036854775808", "1.9223372036854775808"})
+        EXPECT_EQ(message(text), refused.arg(text)) << text;
+    EXPECT_EQ(message("-9223372036854775808.5"),
+              refused.arg("-9223372036854775808.5") + QStringLiteral(" (-)"));
+    EXPECT_EQ(thrownBy([] { decimal::fromLocaleString("1.2.3", QLocale::c(), 2); }),
+              QStringLiteral("Error in input local string '1.2.3'"));
+}
+
 TEST(Decimal, fromDoubleRoundsOnlyAboveScaleZero)
 {
     EXPECT_EQ(print(decimal::fromDouble(2.5, 0)), "2 scale 0");

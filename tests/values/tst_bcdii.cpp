@@ -162,6 +162,19 @@ TEST(BcdiiNull, anyNullOperandMakesTheResultNull)
     qint64 whole = 5;
     EXPECT_EQ(BCDII2Int64(&whole, null.data(), type, 0, 0), 0xB0u);
     EXPECT_EQ(whole, 5);
+    double real = 5;
+    EXPECT_EQ(BCDII2Double(&real, null.data(), type), 0xB0u);
+    EXPECT_EQ(real, 5);
+    Bytes copy = one;
+    EXPECT_EQ(BCDIICopy(copy.data(), type, null.data(), type, 0), 0xB0u);
+    EXPECT_EQ(copy[0], 101);
+    EXPECT_EQ(BCDIINeg(null.data(), type), 0xB0u);
+    EXPECT_EQ(null[0], 101);
+    EXPECT_EQ(BCDIICheck(null.data(), type), 0xA0u);
+    for (const BCDIIType invalid : {typeOf(0, 0), typeOf(64, 0), typeOf(26, 63), typeOf(26, -63)}) {
+        EXPECT_EQ(BCDIICheckType(invalid), 0);
+        EXPECT_EQ(BCDIICheck(one.data(), invalid), 0x20u);
+    }
 }
 
 // Type word and digits in one piece of memory.

@@ -260,19 +260,21 @@ TEST(FoldingRules, combineEveryTwoOperationsOnARow)
     const Record live = appendTexts(table, {"1", "10", "20", "30"});
     struct Case {
         const char *prior;
-        const char *inserted, *updated, *erased; // the batch after each
+        const char *inserted, *updated, *removed, *erased; // the batch after each
     };
     const Case cases[] = {
-        {"none", "+1 101 NULL NULL", "~1 10 20 30>1 12 22 32, [2..3]", "-1 10 20 30"},
-        {"inserted", "+1 101 NULL NULL", "+1 100 NULL NULL", ""},
-        {"removed", "+1 101 NULL NULL", "~1 10 20 30>1 12 22 32, [2..3]", "-1 10 20 30"},
+        {"none", "+1 101 NULL NULL", "~1 10 20 30>1 12 22 32, [2..3]", "-1 10 20 30",
+         "-1 10 20 30"},
+        {"inserted", "+1 101 NULL NULL", "+1 100 NULL NULL", "-1 100 NULL NULL", ""},
+        {"removed", "+1 101 NULL NULL", "~1 10 20 30>1 12 22 32, [2..3]", "-1 10 20 30",
+         "-1 10 20 30"},
         {"updated", "+1 101 NULL NULL, [1..1]", "~1 10 20 30>1 11 22 32, [1..3]",
-         "-1 10 20 30, [1..1]"},
+         "-1 10 20 30, [1..1]", "-1 10 20 30, [1..1]"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.prior);
-        RecordsTrans inserted(&table), updated(&table), erased(&table);
-        for (RecordsTrans *const batch : {&inserted, &updated, &erased}) {
+        RecordsTrans inserted(&table), updated(&table), removed(&table), erased(&table);
+        for (RecordsTrans *const batch : {&inserted, &updated, &removed, &erased}) {
             if (c.prior == QLatin1String("inserted"))
                 batch->mergeInsertedRow(newRow(table, {"1", "100"}));
             if (c.prior == QLatin1String("removed"))
@@ -284,6 +286,8 @@ TEST(FoldingRules, combineEveryTwoOperationsOnARow)
         EXPECT_EQ(described(inserted), c.inserted);
         updated.mergeUpdatedRow(live.clone(), newRow(table, {"1", "12", "22", "32"}), 2, -1);
         EXPECT_EQ(described(updated), c.updated);
+        removed.mergeRemovedRow(live);
+        EXPECT_EQ(described(removed), c.removed);
         RecordUpdater updater = erased.updateRow(live);
         for (int times = 0; times < 2; ++times) { // the second finds nothing, or a removal
             updater.remove();

@@ -182,6 +182,24 @@ TEST_F(UpdateCycle, survivesWhatAnIndexThrows)
     }
 }
 
+TEST_F(UpdateCycle, runsQueuedBatchesBehindAnErrorAndReportsTheFirst)
+{
+    int round = 0;
+    m_a.onCall = [&](const QString &call) {
+        if (call != "process" || ++round > 2)
+            return;
+        RecordsTrans queued(&m_table);
+        set(queued, round, 1, 7);
+        queued.execute();
+        throw QStringLiteral("round %1").arg(round);
+    };
+    EXPECT_EQ(thrownBy([&] { executeInsertion("4"); }), "QString: round 1");
+    EXPECT_EQ(rows(*m_table.masterIndex()),
+              (QStringList{"1 0 0 0", "2 7 0 0", "3 7 0 0", "4 NULL NULL NULL"}));
+    EXPECT_EQ(m_b.count(), 4);
+    EXPECT_EQ(m_table.transactionState(), 0);
+}
+
 TEST_F(UpdateCycle, opensAndClosesABracketOnce)
 {
     m_table.beginUpdate();

@@ -85,7 +85,7 @@ install_packages()
 
 # What building the library and its examples takes.
 # shellcheck disable=SC2034 # the scripts that source this file use it
-build_packages=(g++ cmake ninja-build qtbase5-dev)
+build_packages=(g++ cmake ninja-build qtbase5-dev zlib1g-dev)
 
 # tracked PATTERN...: the files under version control (or, in an exported tree, all files) that
 # match, one a line.

@@ -9,9 +9,14 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/concurrentsort.h
     indexes/sortbatch.h
     indexes/tablelocker.h
+    persistence/replacingfile.h
+    persistence/rowfiller.h
+    persistence/rowformat.h
+    persistence/rowstream.h
     services/concurrently.h
     services/threadannotations.h
     tables/firsterror.h
+    tables/streamtext.h
     values/localetext.h
     values/numberscanner.h
     values/xdecimalreader.h)

@@ -1,5 +1,7 @@
 #include "database/tables/columndef.h"
 
+#include "database/tables/streamtext.h"
+
 #include <QtCore/qdatastream.h>
 
 TableColumnDef::TableColumnDef(Table *owner)
@@ -18,7 +20,9 @@ void TableColumnDef::read(QDataStream &stream)
 {
     qint8 typeCode = 0;
     qint32 width = 0;
-    stream >> name >> title >> description >> length >> typeCode >> width >> nullable >> extraFlag;
+    for (QString *text : {&name, &title, &description})
+        readText(stream, text);
+    stream >> length >> typeCode >> width >> nullable >> extraFlag;
     type = static_cast<FieldType::Type>(typeCode);
     size = width;
 }

@@ -353,6 +353,17 @@ QDataStream &operator<<(QDataStream &stream, const xdecimal &value)
     return stream;
 }
 
+bool xdecimal::isTyped(const uchar *bytes)
+{
+    const BCDIIType type = BCDIIGetType(bytes);
+    return type >> 8 == kPrecision && isScale(static_cast<signed char>(type & 0xFF));
+}
+
+bool xdecimal::isNumber(const uchar *bytes)
+{
+    return isTyped(bytes) && !(BCDIICheck(bytes) & BCDII_MALFORMED);
+}
+
 QDataStream &operator>>(QDataStream &stream, xdecimal &value)
 {
     xdecimal read;
@@ -360,10 +371,10 @@ QDataStream &operator>>(QDataStream &stream, xdecimal &value)
     const int size =
         stream.readRawData(reinterpret_cast<char *>(read.m_digits), sizeof read.m_digits);
     const bool complete = stream.status() == QDataStream::Ok && size == sizeof read.m_digits;
-    const bool typed = read.m_type >> 8 == xdecimal::kPrecision && isScale(read.scale());
+    const bool typed = xdecimal::isTyped(read.data());
 
     value = typed ? xdecimal::zero(read.scale()) : xdecimal();
-    if (complete && typed && !read.isNull() && !(BCDIICheck(read.data()) & BCDII_MALFORMED)) {
+    if (complete && xdecimal::isNumber(read.data())) {
         // Bytes behind the digits stay 0, whatever the stream holds there.
         std::copy_n(read.m_digits, BCDIILength(read.m_type), value.m_digits);
         return stream;

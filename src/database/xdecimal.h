@@ -87,6 +87,8 @@ public:
     /// The id of this type, named "xdecimal", in Qt's meta-type system.
     static int metatypeId();
 
+    /// Whether 16 bytes from outside (a row of a file) are such a number. NULL is none.
+    static bool isNumber(const uchar *bytes);
     /// The 16 bytes: the type word, then the digits.
     const uchar *data() const { return reinterpret_cast<const uchar *>(this); }
     bool isNull() const { return (m_digits[0] & 0x7F) > 99; }
@@ -144,6 +146,7 @@ private:
         return result;
     }
     uchar *bytes() { return reinterpret_cast<uchar *>(this); }
+    static bool isTyped(const uchar *bytes); // whether the type word is within invariant (1)
 
     quint16 m_type = kZeroType; // invariant (1)
     uchar m_digits[14] = {};

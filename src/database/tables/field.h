@@ -73,6 +73,12 @@ public:
     bool isNull() const { return (*m_presence & m_mask) != m_mask; }
     void setNull() { *m_presence = uchar(*m_presence & ~m_mask); }
 
+    /// The value's bytes as they lie in the row, column()->size of them. Whoever writes them marks
+    /// the cell with setPresent() as well.
+    const uchar *bytes() const { return m_value; }
+    uchar *bytes() { return m_value; }
+    void setPresent() { *m_presence = uchar(*m_presence | m_mask); }
+
     /// The value as the C++ type of the column: qint32, qint64, double, decimal, QString, datetime,
     /// boardlist or xdecimal. A NULL cell reads as T().
     /// \throws Exception "Can't convert from %1 to %2" when T belongs to another column type
@@ -131,7 +137,6 @@ protected:
         std::memcpy(m_value, static_cast<const void *>(&value), sizeof(T));
         setPresent();
     }
-    void setPresent() { *m_presence = uchar(*m_presence | m_mask); }
 
     const TableColumnDef *m_column; // borrowed
     uchar *m_value;

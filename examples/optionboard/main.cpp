@@ -6,6 +6,9 @@
 #include "progress.h"
 #include "report.h"
 #include "simulatedfeed.h"
+#include "storage.h"
+
+#include <database/services/exception.h>
 
 #include <QtCore/qcommandlineparser.h>
 #include <QtCore/qcoreapplication.h>
@@ -18,7 +21,7 @@
 namespace
 {
 
-enum ExitCode { kFine = 0, kSomeSnapshotFailed = 1, kBadArguments = 2 };
+enum ExitCode { kFine = 0, kSomeSnapshotFailed = 1, kBadArguments = 2, kStorageFailed = 3 };
 
 constexpr int kDefaultSnapshots = 20; // of the simulated market
 constexpr int kDefaultTop = 10;
@@ -28,6 +31,12 @@ struct Arguments {
     QString data;    ///< empty for the simulated market
     int batches = 0; ///< 0 for all files
     int top = kDefaultTop;
+    QString save; ///< folder, empty for none, as is
+    QString load; ///< this one
+    bool gzip = false;
+
+    /// Without anything to save, loading a folder is the whole task.
+    bool replays() const { return load.isEmpty() || !save.isEmpty(); }
 };
 
 /// \throws QString what is wrong with a value
@@ -47,7 +56,8 @@ int positive(const QCommandLineParser &parser, const QString &option, int fallba
 Arguments readArguments(const QStringList &arguments)
 {
     const QString data = QStringLiteral("data"), batches = QStringLiteral("batches"),
-                  top = QStringLiteral("top");
+                  top = QStringLiteral("top"), save = QStringLiteral("save"),
+                  load = QStringLiteral("load"), gzip = QStringLiteral("gzip");
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Replays snapshots of a market of stock options into tables with live indexes."));
@@ -64,7 +74,14 @@ Arguments readArguments(const QStringList &arguments)
               .arg(kDefaultSnapshots),
           QStringLiteral("N")},
          {top, QStringLiteral("List the <K> options of the highest volume (%1).").arg(kDefaultTop),
-          QStringLiteral("K")}});
+          QStringLiteral("K")},
+         {save, QStringLiteral("Save the quotes to <DIR> after the replay."),
+          QStringLiteral("DIR")},
+         {gzip, QStringLiteral("Save compressed.")},
+         {load,
+          QStringLiteral("Load the quotes from <DIR> into new tables and compare them; "
+                         "without --save nothing is replayed."),
+          QStringLiteral("DIR")}});
     if (!parser.parse(arguments))
         throw parser.errorText();
     if (parser.isSet(help))
@@ -73,9 +90,14 @@ Arguments readArguments(const QStringList &arguments)
         throw QStringLiteral("unexpected argument '%1'").arg(parser.positionalArguments().first());
     if (parser.isSet(data) && !QFileInfo(parser.value(data)).isDir())
         throw QStringLiteral("--data: there is no folder '%1'").arg(parser.value(data));
+    if (parser.isSet(gzip) && !parser.isSet(save))
+        throw QStringLiteral("--gzip says how to --save");
     return {parser.value(data),
             positive(parser, batches, parser.isSet(data) ? 0 : kDefaultSnapshots),
-            positive(parser, top, kDefaultTop)};
+            positive(parser, top, kDefaultTop),
+            parser.value(save),
+            parser.value(load),
+            parser.isSet(gzip)};
 }
 
 std::unique_ptr<Feed> makeFeed(const Arguments &arguments)
@@ -90,9 +112,31 @@ void complain(const QString &message)
     std::fprintf(stderr, "optionboard: %s\n", message.toUtf8().constData());
 }
 
+/// Saves and loads as asked. \param board  null when nothing was replayed
+ExitCode store(const Arguments &arguments, QTextStream &out, const Board *board)
+{
+    try {
+        if (board && !arguments.save.isEmpty())
+            Storage(out, arguments.save).save(*board);
+        if (!arguments.load.isEmpty())
+            Storage(out, arguments.load).load(board);
+        return kFine;
+    } catch (const QString &fault) {
+        complain(fault);
+    } catch (const Exception &fault) {
+        complain(fault.message);
+    }
+    return kStorageFailed;
+}
+
 /// Plays all snapshots; what is wrong with one is reported, and the next one follows.
 ExitCode run(const Arguments &arguments)
 {
+    const HostCore core(arguments.gzip);
+    QTextStream out(stdout);
+    out.setCodec("UTF-8");
+    if (!arguments.replays())
+        return store(arguments, out, nullptr);
     const std::unique_ptr<Feed> feed = makeFeed(arguments);
     if (feed->count() == 0) {
         complain(QStringLiteral("there is no CSV file in '%1'").arg(arguments.data));
@@ -102,8 +146,6 @@ ExitCode run(const Arguments &arguments)
     for (int i = 0; i < feed->count(); ++i)
         nameWidth = std::max(nameWidth, feed->name(i).size());
 
-    QTextStream out(stdout);
-    out.setCodec("UTF-8");
     Board board;
     Report report(out, board, nameWidth);
     Progress progress(feed->count());
@@ -128,7 +170,8 @@ ExitCode run(const Arguments &arguments)
         }
     }
     report.printSummary(arguments.top, now);
-    return result;
+    const ExitCode stored = store(arguments, out, &board);
+    return stored == kFine ? result : stored;
 }
 
 } // namespace

@@ -153,7 +153,7 @@ void Storage::save(const Board &board)
         QString error;
         // Writing takes the table's lock and leaves the rest alone.
         if (!TableIO(const_cast<Table *>(table)).write(progress, m_dir, true, &error))
-            throw error;
+            throw QString(error);
         printDone("saved", *table, timer.nsecsElapsed());
     }
 }

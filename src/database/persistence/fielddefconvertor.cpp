@@ -36,9 +36,9 @@ void storeText(Field &field, const QString &text)
 template<class Int>
 Int truncated(double value)
 {
-    constexpr double kEnd = -2.0 * (std::numeric_limits<Int>::min() / 2);
+    constexpr auto kBegin = double(std::numeric_limits<Int>::min()); // a power of two, exactly
     const double whole = std::trunc(value);
-    return whole >= -kEnd && whole < kEnd ? Int(whole) : std::numeric_limits<Int>::min();
+    return whole >= kBegin && whole < -kBegin ? Int(whole) : std::numeric_limits<Int>::min();
 }
 
 void storeAtColumnScale(Field &target, decimal value)

@@ -181,7 +181,7 @@ void TableIO::read(FilterProgress &progress, QDataStream &stream, bool addColumn
     pending.reserve(kRowsAtATime);
     for (int i = 0; i < header.rowCount; ++i) {
         progress(i, header.rowCount);
-        Record record(m_table);
+        const Record record(m_table);
         if (record.isNull())
             throw std::bad_alloc();
         filler.fill(record.row(), reader.next());
@@ -192,7 +192,7 @@ void TableIO::read(FilterProgress &progress, QDataStream &stream, bool addColumn
             pending.clear();
             pending.reserve(kRowsAtATime);
         }
-        pending.append(std::move(record));
+        pending.append(record);
     }
     if (!pending.isEmpty())
         m_table->appendList(pending);

@@ -9,6 +9,8 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/concurrentsort.h
     indexes/sortbatch.h
     indexes/tablelocker.h
+    pricing/blackscholes.h
+    pricing/optionbatch.h
     services/concurrently.h
     services/threadannotations.h
     tables/firsterror.h

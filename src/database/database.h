@@ -23,6 +23,7 @@
 #include "database/masterindex_column.h"
 #include "database/masterindex_fast.h"
 #include "database/masterindex_struct.h"
+#include "database/pricing/impliedvolatility.h"
 #include "database/pricing/volatility.h"
 #include "database/record.h"
 #include "database/services/exception.h"

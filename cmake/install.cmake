@@ -13,6 +13,8 @@ set(DATABASE_PRIVATE_HEADERS
     persistence/rowfiller.h
     persistence/rowformat.h
     persistence/rowstream.h
+    pricing/blackscholes.h
+    pricing/optionbatch.h
     services/concurrently.h
     services/threadannotations.h
     tables/firsterror.h

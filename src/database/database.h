@@ -29,6 +29,8 @@
 #include "database/persistence/tabledatastream.h"
 #include "database/persistence/tablefilereport.h"
 #include "database/persistence/tableio.h"
+#include "database/pricing/impliedvolatility.h"
+#include "database/pricing/volatility.h"
 #include "database/record.h"
 #include "database/services/exception.h"
 #include "database/tables/cellcompare.h"

@@ -10,6 +10,7 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/sortbatch.h
     indexes/tablelocker.h
     services/concurrently.h
+    services/runnablewrapper.h
     services/threadannotations.h
     tables/firsterror.h
     values/localetext.h

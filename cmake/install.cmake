@@ -10,6 +10,8 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/sortbatch.h
     indexes/tablelocker.h
     services/concurrently.h
+    services/logmessages.h
+    services/logwriter.h
     services/runnablewrapper.h
     services/threadannotations.h
     tables/firsterror.h

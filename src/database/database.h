@@ -25,6 +25,7 @@
 #include "database/masterindex_struct.h"
 #include "database/record.h"
 #include "database/services/exception.h"
+#include "database/services/logfile.h"
 #include "database/services/runnable.h"
 #include "database/services/runnablemanager.h"
 #include "database/tables/cellcompare.h"

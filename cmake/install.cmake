@@ -16,6 +16,9 @@ set(DATABASE_PRIVATE_HEADERS
     pricing/blackscholes.h
     pricing/optionbatch.h
     services/concurrently.h
+    services/logmessages.h
+    services/logwriter.h
+    services/runnablewrapper.h
     services/threadannotations.h
     tables/firsterror.h
     tables/streamtext.h

@@ -192,3 +192,26 @@ int Board::enterTrades(datetime time)
     m_newTrades.clear();
     return entered;
 }
+
+int Board::enterModel(const std::vector<Record> &options,
+                      const std::vector<std::optional<ModelValues>> &values)
+{
+    const TableUpdate bracket(m_options);
+    RecordsTrans batch(&m_options);
+    int changed = 0;
+    for (size_t i = 0; i < options.size(); ++i) {
+        CellWriter row = CellWriter::update(batch, options[i]);
+        const auto set = [&](int column, double ModelValues::*value) {
+            row.set(column, values[i] ? std::make_optional((*values[i]).*value) : std::nullopt);
+        };
+        set(OptionTable::kVolatility, &ModelValues::volatility);
+        set(OptionTable::kDelta, &ModelValues::delta);
+        set(OptionTable::kGamma, &ModelValues::gamma);
+        set(OptionTable::kVega, &ModelValues::vega);
+        set(OptionTable::kTheta, &ModelValues::theta);
+        changed += row.isEntered();
+    }
+    batch.execute();
+    m_watch.clear(); // whoever draws greeks knows what changed; the quotes did not
+    return changed;
+}

@@ -6,6 +6,7 @@
 
 #include <database/indexes/watchindex.h>
 
+#include <optional>
 #include <vector>
 
 class CellWriter;
@@ -23,6 +24,15 @@ struct SnapshotCounts {
     RowCounts options;
     int trades = 0;  ///< entered, also when the limit took them out again
     int redraws = 0; ///< options that a view would have to paint again, or to drop
+};
+
+/// What the pricing model says of an option, in the units of OptionTable's columns.
+struct ModelValues {
+    double volatility;
+    double delta;
+    double gamma;
+    double vega;
+    double theta;
 };
 
 /// The market in tables, kept current by one batch per snapshot, and the indexes over it.
@@ -46,6 +56,11 @@ public:
     /// Brings the tables to a snapshot: enters what is new, changes the cells that differ, takes
     /// out what vanished. Costs one walk over the rows, and one batch per table.
     SnapshotCounts apply(const Snapshot &snapshot);
+
+    /// Enters what the model says of some rows of the options, as one batch; without a value their
+    /// cells become NULL. \return how many rows that changed
+    int enterModel(const std::vector<Record> &options,
+                   const std::vector<std::optional<ModelValues>> &values);
 
     const UnderlyingTable &underlyings() const { return m_underlyings; }
     const OptionTable &options() const { return m_options; }

@@ -1,19 +1,23 @@
 // A board of stock options as an application would keep it: two tables of quotes and one of trades,
 // the indexes that its views need, and one batch of changes per snapshot of the market.
 
+#include "analytics.h"
 #include "board.h"
 #include "csvfeed.h"
+#include "interruption.h"
 #include "progress.h"
 #include "report.h"
 #include "simulatedfeed.h"
 #include "storage.h"
 
 #include <database/services/exception.h>
+#include <database/services/logfile.h>
 
 #include <QtCore/qcommandlineparser.h>
 #include <QtCore/qcoreapplication.h>
 #include <QtCore/qelapsedtimer.h>
 #include <QtCore/qfileinfo.h>
+#include <QtCore/qloggingcategory.h>
 
 #include <cstdio>
 #include <memory>
@@ -21,7 +25,13 @@
 namespace
 {
 
-enum ExitCode { kFine = 0, kSomeSnapshotFailed = 1, kBadArguments = 2, kStorageFailed = 3 };
+enum ExitCode {
+    kFine = 0,
+    kSomeSnapshotFailed = 1,
+    kBadArguments = 2,
+    kStorageFailed = 3,
+    kInterrupted = 130 // as shells have it
+};
 
 constexpr int kDefaultSnapshots = 20; // of the simulated market
 constexpr int kDefaultTop = 10;
@@ -34,6 +44,7 @@ struct Arguments {
     QString save; ///< folder, empty for none, as is
     QString load; ///< this one
     bool gzip = false;
+    QString log; ///< file, empty for none
 
     /// Without anything to save, loading a folder is the whole task.
     bool replays() const { return load.isEmpty() || !save.isEmpty(); }
@@ -57,7 +68,8 @@ Arguments readArguments(const QStringList &arguments)
 {
     const QString data = QStringLiteral("data"), batches = QStringLiteral("batches"),
                   top = QStringLiteral("top"), save = QStringLiteral("save"),
-                  load = QStringLiteral("load"), gzip = QStringLiteral("gzip");
+                  load = QStringLiteral("load"), gzip = QStringLiteral("gzip"),
+                  log = QStringLiteral("log");
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Replays snapshots of a market of stock options into tables with live indexes."));
@@ -81,7 +93,9 @@ Arguments readArguments(const QStringList &arguments)
          {load,
           QStringLiteral("Load the quotes from <DIR> into new tables and compare them; "
                          "without --save nothing is replayed."),
-          QStringLiteral("DIR")}});
+          QStringLiteral("DIR")},
+         {log, QStringLiteral("Log to <FILE>, beside which the last five logs stay."),
+          QStringLiteral("FILE")}});
     if (!parser.parse(arguments))
         throw parser.errorText();
     if (parser.isSet(help))
@@ -97,7 +111,8 @@ Arguments readArguments(const QStringList &arguments)
             positive(parser, top, kDefaultTop),
             parser.value(save),
             parser.value(load),
-            parser.isSet(gzip)};
+            parser.isSet(gzip),
+            parser.value(log)};
 }
 
 std::unique_ptr<Feed> makeFeed(const Arguments &arguments)
@@ -107,8 +122,10 @@ std::unique_ptr<Feed> makeFeed(const Arguments &arguments)
     return std::make_unique<CsvFeed>(QDir(arguments.data), arguments.batches);
 }
 
+/// To the user, and to the log.
 void complain(const QString &message)
 {
+    qInfo("complaint: %s", qUtf8Printable(message));
     std::fprintf(stderr, "optionboard: %s\n", message.toUtf8().constData());
 }
 
@@ -116,9 +133,12 @@ void complain(const QString &message)
 ExitCode store(const Arguments &arguments, QTextStream &out, const Board *board)
 {
     try {
-        if (board && !arguments.save.isEmpty())
+        if (board && !arguments.save.isEmpty()) {
             Storage(out, arguments.save).save(*board);
-        if (!arguments.load.isEmpty())
+            qInfo("saved to %s", qUtf8Printable(arguments.save));
+        }
+        // Who interrupts wants what there is to be kept, and no more work.
+        if (!arguments.load.isEmpty() && !Interruption::isRaised())
             Storage(out, arguments.load).load(board);
         return kFine;
     } catch (const QString &fault) {
@@ -129,14 +149,10 @@ ExitCode store(const Arguments &arguments, QTextStream &out, const Board *board)
     return kStorageFailed;
 }
 
-/// Plays all snapshots; what is wrong with one is reported, and the next one follows.
-ExitCode run(const Arguments &arguments)
+/// Plays all snapshots; what is wrong with one is reported, and the next one follows. The options'
+/// greeks are computed while the next snapshot is read.
+ExitCode replay(const Arguments &arguments, QTextStream &out)
 {
-    const HostCore core(arguments.gzip);
-    QTextStream out(stdout);
-    out.setCodec("UTF-8");
-    if (!arguments.replays())
-        return store(arguments, out, nullptr);
     const std::unique_ptr<Feed> feed = makeFeed(arguments);
     if (feed->count() == 0) {
         complain(QStringLiteral("there is no CSV file in '%1'").arg(arguments.data));
@@ -147,31 +163,76 @@ ExitCode run(const Arguments &arguments)
         nameWidth = std::max(nameWidth, feed->name(i).size());
 
     Board board;
+    Analytics analytics(board);
+    const Interruption interruption([&] { analytics.stop(); });
     Report report(out, board, nameWidth);
     Progress progress(feed->count());
     ExitCode result = kFine;
     datetime now;
     report.printHeading();
-    for (int i = 0; i < feed->count(); ++i) {
+    for (int i = 0; i < feed->count() && !Interruption::isRaised(); ++i) {
         progress.show(i, feed->name(i));
         try {
             QElapsedTimer timer;
             timer.start();
             const Snapshot snapshot = feed->next();
             const qint64 readTime = timer.nsecsElapsed();
+            analytics.finish();
             const SnapshotCounts counts = board.apply(snapshot);
             now = snapshot.time;
+            analytics.start(now);
             progress.clear();
             report.printSnapshot(i + 1, feed->name(i), counts, readTime);
+            qInfo("%s: %d options updated, %d trades", qUtf8Printable(feed->name(i)),
+                  counts.options.updated, counts.trades);
         } catch (const QString &fault) {
             progress.clear();
             complain(fault);
             result = kSomeSnapshotFailed;
         }
     }
-    report.printSummary(arguments.top, now);
-    const ExitCode stored = store(arguments, out, &board);
+    analytics.finish();
+    report.printSummary(arguments.top, now, analytics.totals());
+    ExitCode stored = store(arguments, out, &board);
+    if (stored == kFine && Interruption::isRaised()) {
+        complain(QStringLiteral("interrupted"));
+        stored = kInterrupted;
+    }
     return stored == kFine ? result : stored;
+}
+
+/// Sends Qt's messages to the log while it lives.
+class Log
+{
+public:
+    /// \throws QString why there is none
+    explicit Log(const QString &fileName)
+        : m_file(fileName)
+    {
+        if (!m_file.isOpen()) {
+            throw QStringLiteral("--log: '%1' cannot be written: %2")
+                .arg(fileName, m_file.errorString());
+        }
+        LogFile::install(&m_file);
+    }
+
+private:
+    LogFile m_file;
+};
+
+ExitCode run(const Arguments &arguments)
+{
+    std::unique_ptr<Log> log;
+    if (!arguments.log.isEmpty()) {
+        log = std::make_unique<Log>(arguments.log);
+    } else {
+        // What a log would tell is not for the terminal.
+        QLoggingCategory::setFilterRules(QStringLiteral("default.info=false"));
+    }
+    const HostCore core(arguments.gzip);
+    QTextStream out(stdout);
+    out.setCodec("UTF-8");
+    return arguments.replays() ? replay(arguments, out) : store(arguments, out, nullptr);
 }
 
 } // namespace
@@ -183,10 +244,10 @@ int main(int argc, char *argv[])
     Arguments arguments;
     try {
         arguments = readArguments(QCoreApplication::arguments());
+        return run(arguments);
     } catch (const QString &fault) {
         complain(fault);
         complain(QStringLiteral("--help lists the options"));
         return kBadArguments;
     }
-    return run(arguments);
 }

@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include "chain.h"
+#include "smile.h"
 #include "textgrid.h"
 
 #include <database/masterindex_struct.h>
@@ -9,6 +10,7 @@ namespace
 {
 
 constexpr int kChainStrikes = 11;
+constexpr int kSmileStrikes = 25;
 
 const QString kNothing = QStringLiteral("-");
 const QString kBar = QStringLiteral("|");
@@ -31,6 +33,13 @@ QString cellText(const Record &record, int column)
     default:
         return field.toString();
     }
+}
+
+/// A Double cell with some decimals, NULL as a dash.
+QString fixedText(const Record &record, int column, int decimals)
+{
+    const Field field = record.data(column);
+    return field.isNull() ? kNothing : QString::number(field.value<double>(), 'f', decimals);
 }
 
 /// The same with a plus sign before what is above zero.
@@ -158,10 +167,11 @@ void Report::printSnapshot(int number, const QString &name, const SnapshotCounts
     m_indexTimes = times;
 }
 
-void Report::printSummary(int top, datetime now)
+void Report::printSummary(int top, datetime now, const Analytics::Totals &analytics)
 {
     printTop(top);
     printChain(now);
+    printAnalytics(analytics);
     printTimes();
     printMemory();
     m_out.flush();
@@ -175,24 +185,29 @@ void Report::printTop(int count)
         return;
     m_out << "\nTop " << shown << " options by volume\n";
     TextGrid grid({TextGrid::Right, TextGrid::Left, TextGrid::Left, TextGrid::Right, TextGrid::Left,
-                   TextGrid::Right, TextGrid::Right, TextGrid::Right, TextGrid::Right});
+                   TextGrid::Right, TextGrid::Right, TextGrid::Right, TextGrid::Right,
+                   TextGrid::Right, TextGrid::Right});
     grid.add({QString(), QStringLiteral("stock"), QStringLiteral("expiry"),
               QStringLiteral("strike"), QString(), QStringLiteral("last"), QStringLiteral("change"),
-              QStringLiteral("volume"), QStringLiteral("open interest")});
+              QStringLiteral("volume"), QStringLiteral("open interest"), QStringLiteral("IV %"),
+              QStringLiteral("delta")});
     for (int i = 0; i < shown; ++i) {
         const Record &option = index.at(i);
         grid.add({QString::number(i + 1), cellText(option, OptionTable::kStock),
                   cellText(option, OptionTable::kExpiry), cellText(option, OptionTable::kStrike),
                   sideText(option), cellText(option, OptionTable::kLast),
                   changeText(option, OptionTable::kChange), cellText(option, OptionTable::kVolume),
-                  cellText(option, OptionTable::kOpenInterest)});
+                  cellText(option, OptionTable::kOpenInterest),
+                  fixedText(option, OptionTable::kVolatility, 1),
+                  fixedText(option, OptionTable::kDelta, 3)});
     }
     grid.print(m_out);
 }
 
 void Report::printChain(datetime now)
 {
-    const Chain chain = chainAroundMoney(m_board, busiestStock(m_board), now, kChainStrikes);
+    const QString busiest = busiestStock(m_board);
+    const Chain chain = chainAroundMoney(m_board, busiest, now, kChainStrikes);
     if (chain.underlying.isNull())
         return;
     const Record &stock = chain.underlying;
@@ -218,6 +233,15 @@ void Report::printChain(datetime now)
                   cellText(row.put, OptionTable::kOpenInterest)});
     }
     grid.print(m_out);
+    printSmile(m_out, chainAroundMoney(m_board, busiest, now, kSmileStrikes));
+}
+
+void Report::printAnalytics(const Analytics::Totals &totals)
+{
+    m_out << "\nThe model: " << grouped(totals.solved) << " volatilities found and "
+          << grouped(totals.unsolved) << " not, by " << grouped(totals.jobs) << " jobs; "
+          << grouped(totals.changed) << " rows changed by " << grouped(totals.batches)
+          << " batches\n";
 }
 
 void Report::printTimes()

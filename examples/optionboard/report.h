@@ -1,6 +1,6 @@
 #pragma once
 
-#include "board.h"
+#include "analytics.h"
 
 #include <QtCore/qtextstream.h>
 
@@ -20,11 +20,12 @@ public:
                        qint64 readTime);
 
     /// \param top  how many options to list by volume
-    void printSummary(int top, datetime now);
+    void printSummary(int top, datetime now, const Analytics::Totals &analytics);
 
 private:
     void printTop(int count);
     void printChain(datetime now);
+    void printAnalytics(const Analytics::Totals &totals);
     void printTimes();
     void printMemory();
 

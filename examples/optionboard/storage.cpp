@@ -101,6 +101,8 @@ NextOptionTable::NextOptionTable()
     addColumn("Volume", FieldType::Integer64, 0);
     addColumn("Open", FieldType::Decimal, 0);
     addColumn("Change", FieldType::Decimal, 0);
+    for (const char *name : {"Volatility", "Delta", "Gamma", "Vega", "Theta"})
+        addColumn(QLatin1String(name), FieldType::Double, 0);
     setMasterIndex(new MasterIndex_Column_Pure(this, {kStock, kExpiry, kStrike, kSide}));
 }
 

@@ -28,7 +28,7 @@ private:
 class NextOptionTable : public Table
 {
 public:
-    enum Column { kStock, kExpiry, kStrike, kSide, kLast, kInterest, kVolume, kOpen, kChange };
+    enum Column { kStock, kExpiry, kStrike, kSide, kLast, kInterest, kVolume };
 
     NextOptionTable();
 };

@@ -48,6 +48,8 @@ OptionTable::OptionTable()
     addValue(*this, "Open", FieldType::Decimal);
     addValue(*this, "Change", FieldType::Decimal);
     addValue(*this, "Time", FieldType::DateTime);
+    for (const char *name : {"Volatility", "Delta", "Gamma", "Vega", "Theta"})
+        addValue(*this, name, FieldType::Double);
     setKey(*this, {kStock, kExpiry, kStrike, kSide});
 }
 

@@ -30,7 +30,13 @@ public:
         kVolume,
         kOpen,   ///< the first price seen since the option came to the board
         kChange, ///< last - open, exactly; NULL while it never traded
-        kTime    ///< of the snapshot that changed the row last
+        kTime,   ///< of the snapshot that changed the row last
+        // What the model says; NULL while the option never traded or no volatility gives its price.
+        kVolatility, ///< implied, percent per year
+        kDelta,      ///< per unit of the stock's price
+        kGamma,      ///< of delta, per unit of the stock's price
+        kVega,       ///< per point of volatility
+        kTheta       ///< per calendar day
     };
 
     OptionTable();

@@ -1,5 +1,6 @@
 # Saves the board of PROGRAM to a new FOLDER and loads it again, in the same run and in one of its
-# own; then damages the file, which a load has to say and to leave alone.
+# own; then damages the file, which a load has to say and to leave alone. Last, Ctrl-C in the middle
+# of a replay.
 file(REMOVE_RECURSE ${FOLDER})
 
 function(expect code text)
@@ -27,3 +28,17 @@ if(NOT content STREQUAL "no table" OR NOT before STREQUAL after)
     message(FATAL_ERROR "loading changed the files")
 endif()
 expect(2 "--gzip says how to --save" --gzip)
+
+set(log ${FOLDER}/board.log)
+file(REMOVE_RECURSE ${FOLDER})
+set(application ${PROGRAM})
+set(PROGRAM timeout --preserve-status --signal=INT 2 ${application})
+expect(130 "saved .*options.*interrupted" --batches 1000000 --save ${FOLDER})
+set(PROGRAM ${application})
+expect(0 "row counts and checksums agree" --load ${FOLDER} --log ${log})
+expect(3 "'[^\n]*none/underlyings': There is nothing to read" --load ${FOLDER}/none --log ${log})
+file(READ ${log} logged)
+if(NOT logged MATCHES "INFO [^\n]*complaint: '[^\n]*nothing to read" OR NOT EXISTS ${FOLDER}/board.1.log)
+    message(FATAL_ERROR "the log holds ${logged}")
+endif()
+expect(2 "--log: '/nowhere/board.log' cannot be written" --log /nowhere/board.log)

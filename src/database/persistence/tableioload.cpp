@@ -176,6 +176,8 @@ void TableIO::read(FilterProgress &progress, QDataStream &stream, bool addColumn
 
     LoadConvertors taken;
     make_fromDefs(taken.list, &saved, convertors);
+    if (header.rowCount <= 0) // nor a scratch row: nothing vouches for its size
+        return;
     RowFiller filler(format, saved, *m_table, taken.list);
     QList<Record> pending;
     pending.reserve(kRowsAtATime);

@@ -51,3 +51,12 @@ TEST(Findings, giantRowsOfAnEmptyFileTakeNoMemory)
         EXPECT_EQ(loadError(table, headerOf(giantColumns(), rowCount)), "nothing");
     }
 }
+
+TEST(Findings, rowsWithoutColumnsTakeNoBytes)
+{
+    Table table("empty", ""), copy("copy", "");
+    table.appendRow();
+    table.appendRow();
+    EXPECT_EQ(loadError(copy, saved(table)), "nothing");
+    EXPECT_EQ(copy.rowCount(), 2);
+}

@@ -40,7 +40,7 @@ RowFormat::RowFormat(const QList<TableColumnDef> &columns)
 
 void RowFormat::appendSpan(std::vector<RowSpan> &spans, const RowSpan &span)
 {
-    if (span.size == 0)
+    if (span.size == 0) // the bitmap of no columns: there need be no memory to copy from
         return;
     if (!spans.empty()) {
         RowSpan &last = spans.back();

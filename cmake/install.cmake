@@ -9,6 +9,11 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/concurrentsort.h
     indexes/sortbatch.h
     indexes/tablelocker.h
+    joins/joincells.h
+    joins/joinchunks.h
+    joins/joinkeyindex.h
+    joins/joinrequest.h
+    joins/partnerfinder.h
     persistence/replacingfile.h
     persistence/rowfiller.h
     persistence/rowformat.h

@@ -45,6 +45,11 @@ int Index::indexOf(const Record &) const
     return -1;
 }
 
+void Index::complete(const QList<Record> &, const QList<Record> &, int &, int &,
+                     const QList<Record> &)
+{
+}
+
 void Index::beginUpdate() {}
 
 void Index::endUpdate() {}

@@ -15,6 +15,7 @@ class Table;
 /// reach it.
 ///
 /// The road of one batch, on the thread of the table's update:
+///  0. complete() of every index, which may add to what is written;
 ///  1. preprocess() of every index, while updated rows still hold their old values: an index that
 ///     must find a row by its old key does it here;
 ///  2. the new values reach the live rows;
@@ -68,6 +69,12 @@ public:
     virtual void dependentEndUpdate(Table *table);
     /// The class's name as text, "IndexSort".
     virtual QString getClassName() const = 0;
+    /// Completes a batch before any index sees it: may write into the new rows and into \p values
+    /// (the new values, in step with the live rows \p updated), and widen the range of changed
+    /// columns. Called for all indexes before the first preprocess(), and before add() and update()
+    /// that come without a batch. Here it does nothing.
+    virtual void complete(const QList<Record> &updated, const QList<Record> &values, int &colFrom,
+                          int &colTo, const QList<Record> &inserted);
 
     /// Nanoseconds spent in process().
     qint64 nsecsElapsed() const { return m_nsecsElapsed; }

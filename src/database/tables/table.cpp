@@ -324,6 +324,9 @@ void Table::appendRow()
 void Table::appendRow(uchar *row)
 {
     const Record record(row);
+    int first = 0;
+    int last = -1;
+    complete({}, {}, first, last, {record});
     d->masterIndex->add(record);
     d->forEachIndex([&](Index *index) {
         if (index->filter(record))
@@ -369,6 +372,7 @@ void Table::updated(const Record &record, int first, int last, int hint)
     // The argument may lie in an index that moves it.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
+    complete({kept}, {kept}, first, last, {});
     d->masterIndex->update(kept, first, last, hint);
     d->forEachIndex([&](Index *index) { index->update(kept, first, last, -1); });
 }

@@ -133,6 +133,10 @@ public:
     /// or preprocess() abandons the batch before any row changes; after that every other index
     /// still sees the batch, queued batches still run, and the first error is thrown at the end.
     void process(RecordsTrans &transaction);
+    /// Runs changes of live rows as one transaction: columns \p first..last of \p changed become
+    /// those of \p updated, which stand in it once each. Nothing is folded, so a table without a
+    /// key takes it too. Not from inside a transaction of this table.
+    void process(const QList<Record> &updated, int first, int last, const QList<Record> &changed);
     void processSingleTransaction(RecordsTrans &transaction);
     /// The passes over the indexes; \p removed grows by what an IndexLimit drops.
     void processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
@@ -161,7 +165,8 @@ public:
     QList<Index *> indexes() const;
     QList<Index *> dependentIndexes() const;
     void setIndexes(const QList<Index *> &indexes); ///< replaces the list, without signals
-    /// Builds every secondary index, in the order of registration, also when one throws.
+    /// Builds every secondary index, in the order of registration but joins first, also when one
+    /// throws.
     void build();
 
     // Update bracket ----------------------------------------------------------------------------
@@ -195,6 +200,10 @@ Q_SIGNALS:
 private:
     Q_DISABLE_COPY(Table)
 
+    template<class Run>
+    void runTransaction(Run run);
+    void complete(const QList<Record> &updated, const QList<Record> &values, int &first, int &last,
+                  const QList<Record> &inserted);
     bool acceptsExisting(const TableColumnDef &existing, const TableColumnDef &def) const;
     void enlargeRows(QList<Record> &records, const TableColumnDef &added, qint64 newRowSize);
 

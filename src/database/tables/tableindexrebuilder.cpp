@@ -1,16 +1,12 @@
 #include "database/tables/tableindexrebuilder.h"
 
 #include "database/indexes/index.h"
+#include "database/joins/tablejoin.h"
 #include "database/tables/firsterror.h"
 #include "database/tables/table.h"
 
 namespace
 {
-
-bool isJoin(const QString &className)
-{
-    return className.startsWith(QLatin1String("TableJoin"));
-}
 
 bool isDependent(const QString &className)
 {
@@ -42,10 +38,9 @@ TableIndexRebuilder::TableIndexRebuilder(Table *table)
 void TableIndexRebuilder::detectIndexGroup(const QList<Index *> &indexes)
 {
     for (Index *index : indexes) {
-        const QString className = index->getClassName();
-        if (isJoin(className))
+        if (TableJoin::isJoin(index))
             m_joinGroup.append(index);
-        else if (isDependent(className))
+        else if (isDependent(index->getClassName()))
             m_dependentGroup.append(index);
         else
             m_otherGroup.append(index);

@@ -2,6 +2,7 @@
 
 #include "database/indexes/index.h"
 #include "database/indexes/indexlimit.h"
+#include "database/joins/tablejoin.h"
 #include "database/services/threadannotations.h"
 #include "database/tables/firsterror.h"
 #include "database/tables/table.h"
@@ -88,7 +89,12 @@ void Table::setIndexes(const QList<Index *> &indexes)
 void Table::build()
 {
     FirstError error;
-    d->forEachIndex([&](Index *index) { error.run([&] { index->build(); }); });
+    for (const bool joins : {true, false}) { // other indexes may sort by what a join supplies
+        d->forEachIndex([&](Index *index) {
+            if (TableJoin::isJoin(index) == joins)
+                error.run([&] { index->build(); });
+        });
+    }
     error.rethrow();
 }
 
@@ -172,22 +178,50 @@ void Table::endUpdate()
 
 void Table::process(RecordsTrans &transaction)
 {
+    runTransaction([&] {
+        if (d->transactionState != 0)
+            d->pending.merge(transaction);
+        else
+            processSingleTransaction(transaction);
+    });
+}
+
+void Table::process(const QList<Record> &updated, int first, int last, const QList<Record> &changed)
+{
+    Q_ASSERT(d->transactionState == 0);
+    runTransaction([&] {
+        QList<Record> removed;
+        QList<Record> live = updated;
+        processSingleTransaction(removed, live, first, last, {}, changed);
+    });
+}
+
+// Times what run does and, unless a transaction is under way, runs the batches that came meanwhile.
+template<class Run>
+void Table::runTransaction(Run run)
+{
     m_timer.start();
     FirstError error;
-    if (d->transactionState != 0) {
-        d->pending.merge(transaction);
-    } else {
-        error.run([&] { processSingleTransaction(transaction); });
-        while (!d->pending.isEmpty()) {
-            RecordsTrans next(this);
-            next.swap(d->pending);
-            error.run([&] { processSingleTransaction(next); });
-        }
+    error.run(run);
+    while (d->transactionState == 0 && !d->pending.isEmpty()) {
+        RecordsTrans next(this);
+        next.swap(d->pending);
+        error.run([&] { processSingleTransaction(next); });
     }
     const qint64 elapsed = m_timer.nsecsElapsed();
     m_nsecsElapsed += elapsed;
     m_nsecsElapsedTotal += elapsed;
     error.rethrow();
+}
+
+void Table::complete(const QList<Record> &updated, const QList<Record> &values, int &first,
+                     int &last, const QList<Record> &inserted)
+{
+    if (!values.isEmpty()) {
+        first = qMax(first, 0);
+        last = last < 0 ? columnCount() - 1 : last;
+    }
+    d->forEachIndex([&](Index *index) { index->complete(updated, values, first, last, inserted); });
 }
 
 void Table::processSingleTransaction(RecordsTrans &transaction)
@@ -215,6 +249,7 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     } guard{d->transactionState};
 
     d->transactionState = 1;
+    complete(updated, changed, first, last, inserted);
     d->forEachIndex(
         [&](Index *index) { index->preprocess(removed, updated, first, last, inserted, changed); });
 

@@ -16,6 +16,12 @@ public:
     explicit MasterIndex(Table *table);
 
     QString getClassName() const override;
+    // Changes of columns beside the key move no row: these leave them alone.
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
+                    int colTo, const QList<Record> &inserted,
+                    const QList<Record> &updatedValues) override;
+    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
+                 const QList<Record> &inserted) override;
 
     /// The key cells' texts joined with "," (no quoting: a value with a comma does not read back);
     /// empty for a null record.
@@ -30,6 +36,9 @@ public:
     Record findRecord(const QString &text) const;
     /// The names of the key columns, in key order.
     QStringList columnNames() const;
+
+private:
+    bool isKeyTouched(int colFrom, int colTo) const;
 };
 
 /// A master index without a key: every record has the same key, so the rows keep the order in which

@@ -35,8 +35,9 @@ struct Analytics::Chunk {
     std::unique_ptr<bool[]> arePuts = std::make_unique<bool[]>(kChunk);
     bool isComplete = false; // set by the job; read after its end
 
-    void add(const Record &option, double stockPrice, datetime now)
+    void add(const Record &option, datetime now)
     {
+        const double stockPrice = option.data(OptionTable::kStockLast).value<decimal>().toDouble();
         arePuts[options.size()] =
             option.data(OptionTable::kSide).toChar() == QLatin1Char(char(Side::Put));
         const double years =
@@ -117,21 +118,9 @@ void Analytics::startJob(const std::shared_ptr<Chunk> &chunk)
 
 void Analytics::start(datetime now)
 {
-    const MasterIndex &stocks = *m_board.underlyings().masterIndex();
-    Record key(&m_board.underlyings());
-    QString stock;
-    double stockPrice = 0;
     auto chunk = std::make_shared<Chunk>();
     for (const Record &option : *m_board.options().masterIndex()) {
-        const Field name = option.data(OptionTable::kStock);
-        if (name.asStaticString() != stock) {
-            stock = name.value<QString>();
-            key.data(UnderlyingTable::kStock).setValue(stock);
-            const Record found = stocks.find(key, -1);
-            stockPrice =
-                found.isNull() ? 0 : found.data(UnderlyingTable::kLast).value<decimal>().toDouble();
-        }
-        chunk->add(option, stockPrice, now);
+        chunk->add(option, now);
         if (chunk->options.size() == kChunk) {
             startJob(chunk);
             chunk = std::make_shared<Chunk>();

@@ -4,6 +4,8 @@
 
 #include <database/masterindex_struct.h>
 
+#include <QtCore/qset.h>
+
 namespace
 {
 
@@ -59,7 +61,8 @@ constexpr auto kDescending = SortColumn::Descending;
 
 // The orders end with the key of the options: no two rows are equal.
 Board::Board()
-    : m_byVolume(&m_options, {{OptionTable::kVolume, kDescending},
+    : m_stockJoin(&m_options)
+    , m_byVolume(&m_options, {{OptionTable::kVolume, kDescending},
                               {OptionTable::kStock},
                               {OptionTable::kExpiry},
                               {OptionTable::kStrike},
@@ -73,9 +76,17 @@ Board::Board()
                               {OptionTable::kStrike},
                               {OptionTable::kExpiry},
                               {OptionTable::kSide}})
+    , m_byStockChange(&m_options, {{OptionTable::kStockChange, kDescending},
+                                   {OptionTable::kStock},
+                                   {OptionTable::kExpiry},
+                                   {OptionTable::kStrike},
+                                   {OptionTable::kSide}})
     , m_watch(&m_options)
     , m_latestTrades(kTradeLimit, &m_trades)
 {
+    m_stockJoin.addTable(&m_underlyings, {QStringLiteral("Stock")},
+                         {{QStringLiteral("Last"), QStringLiteral("StockLast")},
+                          {QStringLiteral("ChangePercent"), QStringLiteral("StockChange")}});
 }
 
 std::vector<Board::NamedIndex> Board::indexes() const
@@ -85,6 +96,8 @@ std::vector<Board::NamedIndex> Board::indexes() const
             {&m_options, "volume", &m_byVolume},
             {&m_options, "change", &m_byChange},
             {&m_options, "strike", &m_byStrike},
+            {&m_options, "mover", &m_byStockChange},
+            {&m_options, "join", &m_stockJoin},
             {&m_options, "watch", &m_watch},
             {&m_trades, "key", m_trades.masterIndex()},
             {&m_trades, "limit", &m_latestTrades}};
@@ -96,7 +109,13 @@ SnapshotCounts Board::apply(const Snapshot &snapshot)
     counts.underlyings = applyUnderlyings(snapshot);
     counts.options = applyOptions(snapshot);
     counts.trades = enterTrades(snapshot.time);
-    counts.redraws = m_watch.added().size() + m_watch.updated().size() + m_watch.removed().size();
+    // An option may have changed by itself and with its stock.
+    QSet<Record> redraws;
+    for (const auto *rows : {&m_watch.added(), &m_watch.updated(), &m_watch.removed()}) {
+        for (const Record &row : *rows)
+            redraws.insert(row);
+    }
+    counts.redraws = redraws.size();
     m_watch.clear();
     return counts;
 }

@@ -5,6 +5,7 @@
 #include "tables.h"
 
 #include <database/indexes/watchindex.h>
+#include <database/joins/tablejoinmain.h>
 
 #include <optional>
 #include <vector>
@@ -68,6 +69,7 @@ public:
     const ColumnIndex &byVolume() const { return m_byVolume; } ///< highest first
     const ColumnIndex &byChange() const { return m_byChange; } ///< highest first
     const ColumnIndex &byStrike() const { return m_byStrike; } ///< stock, strike, expiry, side
+    const ColumnIndex &byStockChange() const { return m_byStockChange; } ///< highest first
     const LatestTrades &latestTrades() const { return m_latestTrades; }
 
     std::vector<const Table *> tables() const { return {&m_underlyings, &m_options, &m_trades}; }
@@ -88,10 +90,12 @@ private:
     UnderlyingTable m_underlyings;
     OptionTable m_options;
     TradeTable m_trades;
-    // Declared behind the tables: an index leaves its table before that goes.
+    // Declared behind the tables: a join and an index leave their tables before those go.
+    TableJoinMain m_stockJoin; // the stock's price and change in every option
     ColumnIndex m_byVolume;
     ColumnIndex m_byChange;
     ColumnIndex m_byStrike;
+    ColumnIndex m_byStockChange;
     WatchIndex m_watch;
     LatestTrades m_latestTrades;
     std::vector<Trade> m_newTrades; // of the snapshot that is being applied

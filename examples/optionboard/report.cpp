@@ -11,6 +11,7 @@ namespace
 
 constexpr int kChainStrikes = 11;
 constexpr int kSmileStrikes = 25;
+constexpr int kMovers = 3;
 
 const QString kNothing = QStringLiteral("-");
 const QString kBar = QStringLiteral("|");
@@ -35,13 +36,6 @@ QString cellText(const Record &record, int column)
     }
 }
 
-/// A Double cell with some decimals, NULL as a dash.
-QString fixedText(const Record &record, int column, int decimals)
-{
-    const Field field = record.data(column);
-    return field.isNull() ? kNothing : QString::number(field.value<double>(), 'f', decimals);
-}
-
 /// The same with a plus sign before what is above zero.
 QString changeText(const Record &record, int column)
 {
@@ -51,6 +45,25 @@ QString changeText(const Record &record, int column)
     if (record.data(column).value<decimal>() > decimal())
         text.prepend(QLatin1Char('+'));
     return text;
+}
+
+/// A Double cell with some decimals, NULL as a dash.
+QString fixedText(const Record &record, int column, int decimals)
+{
+    const Field field = record.data(column);
+    return field.isNull() ? kNothing : QString::number(field.value<double>(), 'f', decimals);
+}
+
+/// How far the option is in the money, in percent of the strike; below zero it is out of it.
+QString moneynessText(const Record &option)
+{
+    const Field stock = option.data(OptionTable::kStockLast);
+    const double strike = option.data(OptionTable::kStrike).value<decimal>().toDouble();
+    if (stock.isNull() || strike <= 0)
+        return kNothing;
+    const double call = (stock.value<decimal>().toDouble() / strike - 1) * 100;
+    const bool isPut = option.data(OptionTable::kSide).toChar() == QLatin1Char(char(Side::Put));
+    return QString::number(isPut ? -call : call, 'f', 1);
 }
 
 QString sideText(const Record &option)
@@ -170,6 +183,7 @@ void Report::printSnapshot(int number, const QString &name, const SnapshotCounts
 void Report::printSummary(int top, datetime now, const Analytics::Totals &analytics)
 {
     printTop(top);
+    printMovers(kMovers);
     printChain(now);
     printAnalytics(analytics);
     printTimes();
@@ -186,11 +200,11 @@ void Report::printTop(int count)
     m_out << "\nTop " << shown << " options by volume\n";
     TextGrid grid({TextGrid::Right, TextGrid::Left, TextGrid::Left, TextGrid::Right, TextGrid::Left,
                    TextGrid::Right, TextGrid::Right, TextGrid::Right, TextGrid::Right,
-                   TextGrid::Right, TextGrid::Right});
+                   TextGrid::Right, TextGrid::Right, TextGrid::Right, TextGrid::Right});
     grid.add({QString(), QStringLiteral("stock"), QStringLiteral("expiry"),
               QStringLiteral("strike"), QString(), QStringLiteral("last"), QStringLiteral("change"),
               QStringLiteral("volume"), QStringLiteral("open interest"), QStringLiteral("IV %"),
-              QStringLiteral("delta")});
+              QStringLiteral("delta"), QStringLiteral("stock"), QStringLiteral("money %")});
     for (int i = 0; i < shown; ++i) {
         const Record &option = index.at(i);
         grid.add({QString::number(i + 1), cellText(option, OptionTable::kStock),
@@ -199,8 +213,30 @@ void Report::printTop(int count)
                   changeText(option, OptionTable::kChange), cellText(option, OptionTable::kVolume),
                   cellText(option, OptionTable::kOpenInterest),
                   fixedText(option, OptionTable::kVolatility, 1),
-                  fixedText(option, OptionTable::kDelta, 3)});
+                  fixedText(option, OptionTable::kDelta, 3),
+                  cellText(option, OptionTable::kStockLast), moneynessText(option)});
     }
+    grid.print(m_out);
+}
+
+void Report::printMovers(int count)
+{
+    const ColumnIndex &index = m_board.byStockChange();
+    TextGrid grid({TextGrid::Left, TextGrid::Right, TextGrid::Right, TextGrid::Right});
+    grid.add({QStringLiteral("stock"), QStringLiteral("last"), QStringLiteral("change %"),
+              QStringLiteral("options")});
+    int position = 0;
+    for (int shown = 0; shown < count && position < index.count(); ++shown) {
+        const Record &option = index.at(position);
+        const int from = position;
+        const QString stock = option.data(OptionTable::kStock).toString();
+        while (position < index.count() &&
+               index.at(position).data(OptionTable::kStock).asStaticString() == stock)
+            ++position;
+        grid.add({stock, cellText(option, OptionTable::kStockLast),
+                  changeText(option, OptionTable::kStockChange), grouped(position - from)});
+    }
+    m_out << "\nThe stocks that rose most, by the order of their options\n";
     grid.print(m_out);
 }
 

@@ -24,6 +24,7 @@ public:
 
 private:
     void printTop(int count);
+    void printMovers(int count);
     void printChain(datetime now);
     void printAnalytics(const Analytics::Totals &totals);
     void printTimes();

@@ -103,6 +103,8 @@ NextOptionTable::NextOptionTable()
     addColumn("Change", FieldType::Decimal, 0);
     for (const char *name : {"Volatility", "Delta", "Gamma", "Vega", "Theta"})
         addColumn(QLatin1String(name), FieldType::Double, 0);
+    addColumn("StockLast", FieldType::Decimal, 0);
+    addColumn("StockChange", FieldType::Decimal, 0);
     setMasterIndex(new MasterIndex_Column_Pure(this, {kStock, kExpiry, kStrike, kSide}));
 }
 

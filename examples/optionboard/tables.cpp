@@ -50,6 +50,8 @@ OptionTable::OptionTable()
     addValue(*this, "Time", FieldType::DateTime);
     for (const char *name : {"Volatility", "Delta", "Gamma", "Vega", "Theta"})
         addValue(*this, name, FieldType::Double);
+    addValue(*this, "StockLast", FieldType::Decimal);
+    addValue(*this, "StockChange", FieldType::Decimal);
     setKey(*this, {kStock, kExpiry, kStrike, kSide});
 }
 

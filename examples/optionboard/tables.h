@@ -36,7 +36,10 @@ public:
         kDelta,      ///< per unit of the stock's price
         kGamma,      ///< of delta, per unit of the stock's price
         kVega,       ///< per point of volatility
-        kTheta       ///< per calendar day
+        kTheta,      ///< per calendar day
+        // Joined: the stock's, current whatever happens.
+        kStockLast,
+        kStockChange ///< percent
     };
 
     OptionTable();

@@ -45,6 +45,8 @@ protected:
             setErrorString(QStringLiteral("torn off"));
             return -1;
         }
+        if (n == 0) // where to need not be anywhere then
+            return 0;
         std::memcpy(data, m_bytes.constData() + m_at, size_t(n));
         m_at += n;
         return n;

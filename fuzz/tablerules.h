@@ -36,7 +36,7 @@ public:
     }
 
 private:
-    static constexpr int kMaxRows = 2000;
+    static constexpr int kMaxRows = 600; // more than are sorted on one thread
     static constexpr qint64 kMaxBytes = 32 * 1024 * 1024;
 
     const bool m_rejects;

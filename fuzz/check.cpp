@@ -39,6 +39,17 @@ void checkReport(const TableFileReport &report)
             "a sound file is whole");
 }
 
+bool liesAboutLength(const QByteArray &bytes)
+{
+    MemoryStream stream(bytes);
+    TableIO::TableHeader header;
+    TableIO::readHeader(header, stream);
+    qint64 length = 0;
+    for (const TableColumnDef &column : header.columns)
+        length += column.size;
+    return header.rowLength != length;
+}
+
 void checkPlain(const QByteArray &bytes, const TableFileReport &report)
 {
     if (report.headerSound) {
@@ -46,7 +57,7 @@ void checkPlain(const QByteArray &bytes, const TableFileReport &report)
         require(headerSize(bytes) + rows + report.bytesLeftOver == bytes.size(),
                 "a check accounts for every byte");
         require(report.sound || report.rowsPresent < report.rowsPromised ||
-                    report.bytesLeftOver > 0,
+                    report.bytesLeftOver > 0 || liesAboutLength(bytes),
                 "a whole file is sound");
     }
     Table table(QStringLiteral("quotes"), QString());

@@ -116,7 +116,16 @@ TEST(TableIOTest, filesKeepEveryTypeAndNeverStandInBothForms)
         TableIO(&loaded).read(dir, false);
         EXPECT_EQ(saved(loaded), saved(table));
     }
-    QFile(dir.filePath("quotes.gz")).open(QIODevice::WriteOnly);
+    core.compress = true;
+    ASSERT_TRUE(io.write(dir));
+    QFile file(dir.filePath("quotes.gz"));
+    ASSERT_TRUE(file.open(QIODevice::Append));
+    file.write("behind");
+    file.close();
+    EXPECT_EQ(io.check(dir).verdict, "All 3000 rows are present, and 6 bytes too many.");
+    core.compress = false;
+    ASSERT_TRUE(io.write(dir));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     EXPECT_TRUE(io.check(dir).sound) << "the plain file is not the one that counts";
 }
 
@@ -124,6 +133,8 @@ TEST(TableIOTest, loadsWhatThereIs)
 {
     QByteArray wrongMagic = example();
     wrongMagic[0] = 0x21;
+    QByteArray wrongLength = example();
+    wrongLength[13] = 9;
     struct Case {
         const char *name;
         QByteArray bytes;
@@ -135,6 +146,11 @@ TEST(TableIOTest, loadsWhatThereIs)
         {"end of stream", "", true, {"1 X"}, "There is nothing to read."},
         {"wrong magic", wrongMagic, true, {}, "This is no table file: it begins with 0x21151002."},
         {"columns only", example(), false, {}, "Sound: 2 rows of 2 columns."},
+        {"wrong length of rows",
+         wrongLength,
+         true,
+         {"7 AB", "8 NULL"},
+         "The header claims rows of 9 bytes, its columns take 8."},
         {"more behind",
          example() + "xyz",
          true,

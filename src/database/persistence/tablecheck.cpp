@@ -50,6 +50,19 @@ QString deviceError(const QIODevice &device)
                                   : QStringLiteral("The compressed data is cut.");
 }
 
+// A load does not ask for the length of rows, but a file that lies about it was damaged.
+QString lengthVerdict(const TableIO::TableHeader &header)
+{
+    qint64 length = 0;
+    for (const TableColumnDef &column : header.columns)
+        length += column.size;
+    if (header.rowLength == length)
+        return QString();
+    return QStringLiteral("The header claims rows of %1 bytes, its columns take %2.")
+        .arg(header.rowLength)
+        .arg(length);
+}
+
 QString rowsVerdict(const TableFileReport &report)
 {
     if (report.rowsPresent < report.rowsPromised) {
@@ -64,6 +77,17 @@ QString rowsVerdict(const TableFileReport &report)
             .arg(report.bytesLeftOver);
     }
     return QString();
+}
+
+void conclude(TableFileReport &report, const QString &problem)
+{
+    report.verdict = problem.isEmpty() ? rowsVerdict(report) : problem;
+    report.sound = report.verdict.isEmpty();
+    if (report.sound) {
+        report.verdict = QStringLiteral("Sound: %1 rows of %2 columns.")
+                             .arg(report.rowsPresent)
+                             .arg(report.columns.size());
+    }
 }
 
 } // namespace
@@ -97,19 +121,22 @@ TableFileReport TableIO::check(QDataStream &stream)
     }
     if (report.headerSound) {
         countRows(report, stream, RowFormat(header.columns));
-        const QString error = deviceError(*stream.device());
-        problem = error.isEmpty() ? rowsVerdict(report) : error;
+        for (const QString &verdict : {deviceError(*stream.device()), lengthVerdict(header)}) {
+            if (problem.isEmpty())
+                problem = verdict;
+        }
     }
-    report.sound = problem.isEmpty();
-    report.verdict = report.sound ? QStringLiteral("Sound: %1 rows of %2 columns.")
-                                        .arg(report.rowsPresent)
-                                        .arg(report.columns.size())
-                                  : problem;
+    conclude(report, problem);
     return report;
 }
 
 TableFileReport TableIO::check(const QDir &dir) const
 {
     TableDataStreamRead stream(fileName(dir));
-    return check(stream);
+    TableFileReport report = check(stream);
+    if (const qint64 behind = stream.bytesBehind(); behind > 0) {
+        report.bytesLeftOver += behind;
+        conclude(report, report.sound ? QString() : report.verdict);
+    }
+    return report;
 }

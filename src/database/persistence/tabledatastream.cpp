@@ -123,3 +123,8 @@ QString TableDataStreamRead::errorString() const
         return m_compressor->errorString();
     return m_file->error() == QFileDevice::NoError ? QString() : m_file->errorString();
 }
+
+qint64 TableDataStreamRead::bytesBehind() const
+{
+    return m_compressor && m_compressor->atStreamEnd() ? m_file->bytesAvailable() : 0;
+}

@@ -66,6 +66,8 @@ public:
 
     /// The error of the compressed data or the file, empty while there is none.
     QString errorString() const;
+    /// Bytes of the file behind the end of its compressed data, once that was read; else 0.
+    qint64 bytesBehind() const;
 
 private:
     std::unique_ptr<QFile> m_file;

@@ -324,20 +324,32 @@ void Table::appendRow()
 void Table::appendRow(uchar *row)
 {
     const Record record(row);
+    if (!d->indexes.isEmpty())
+        completeInserted({record});
+    addToIndexes(record);
+}
+
+void Table::appendList(const QList<Record> &records)
+{
+    completeInserted(records);
+    for (const Record &record : records)
+        addToIndexes(record);
+}
+
+void Table::completeInserted(const QList<Record> &records)
+{
     int first = 0;
     int last = -1;
-    complete({}, {}, first, last, {record});
+    complete({}, {}, first, last, records);
+}
+
+void Table::addToIndexes(const Record &record)
+{
     d->masterIndex->add(record);
     d->forEachIndex([&](Index *index) {
         if (index->filter(record))
             index->add(record);
     });
-}
-
-void Table::appendList(const QList<Record> &records)
-{
-    for (const Record &record : records)
-        appendRow(record.row());
 }
 
 int Table::rowCount() const

@@ -40,11 +40,12 @@ class FieldConversion : public testing::TestWithParam<Conversion>
 
 QString converted(const Conversion &c)
 {
-    FieldValue source(c.from, 40, true);
+    FieldValue source(c.from == FieldType::Undefined ? kInt : c.from, 40, true);
     if (c.from == kBoards && c.value)
         source.setValue(boardlist());
     else
         source.fromText(QString::fromUtf8(c.value));
+    const_cast<TableColumnDef *>(source.column())->type = c.from;
     FieldValue target(c.to == FieldType::Undefined ? kInt : c.to, c.length, true);
     const_cast<TableColumnDef *>(target.column())->type = c.to;
     target.setPresent();
@@ -137,6 +138,49 @@ INSTANTIATE_TEST_SUITE_P(
                                "Exception: Can't convert from Integer64 to DateTime"},
                     Conversion{"boards_text", kBoards, "", kText, 9,
                                "Exception: Can't convert from VarChar to BoardList"}));
+
+// Every source type against every target type, in the order of the enumeration. "!a<b" stands for
+// "Can't convert from a to b", "." for the source's own text.
+TEST(FieldConversionMatrix, holdsForEveryPair)
+{
+    const char *const values[] = {"0", "7", "8", "2.5", "3.50", "9", "2024-01-31", "", "4.5"};
+    const char *const expected[9][9] = {
+        {"!Undefined<Undefined", "!Integer<Undefined", "!Integer64<Undefined", "!Double<Undefined",
+         "!Decimal<Undefined", "!VarChar<Undefined", "!DateTime<Undefined", "!BoardList<Undefined",
+         "!XDecimal<Undefined"},
+        {"!Undefined<Integer", ".", ".", ".", "7.000", ".", "!DateTime<Integer",
+         "!BoardList<Integer", "."},
+        {"!Undefined<Integer64", ".", ".", ".", "8.000", ".", "!DateTime<Integer64",
+         "!BoardList<Integer64", "."},
+        {"!Undefined<Double", "2", "2", ".", "2.500", "2.5", "double to datetime.",
+         "!BoardList<Double", "2.500000"},
+        {"!Undefined<Decimal", "3", "3", "3.5", ".", "3.5", "from decimal to datetime.",
+         "!BoardList<Decimal", "."},
+        {"!Undefined<VarChar", ".", ".", ".", ".", ".", "", "!BoardList<VarChar", "."},
+        {"!Undefined<DateTime", "!Integer<DateTime", "!Integer64<DateTime", "!Double<DateTime",
+         "!Decimal<DateTime", "202", "2024.01.31 00:00:00.000", "!BoardList<DateTime",
+         "!XDecimal<DateTime"},
+        {"!Undefined<BoardList", "!Integer<BoardList", "!Integer64<BoardList", "!Double<BoardList",
+         "!Decimal<BoardList", "!VarChar<BoardList", "!DateTime<BoardList", "[BoardList]",
+         "!XDecimal<BoardList"},
+        {"!Undefined<Decimal", "4", "4", "4.5", ".", ".", "from decimal to datetime.",
+         "!BoardList<Decimal", "."}};
+    for (int from = 0; from < 9; ++from) {
+        for (int to = 0; to < 9; ++to) {
+            QString text = QString::fromUtf8(expected[from][to]);
+            if (text == ".")
+                text = values[from];
+            if (text.startsWith('!'))
+                text = "Exception: Can't convert from " + text.mid(1).replace("<", " to ");
+            else if (text.endsWith("datetime."))
+                text.prepend("Exception: Can't convert ");
+            EXPECT_EQ(
+                converted({"", FieldType::Type(from), values[from], FieldType::Type(to), 3, ""}),
+                text)
+                << from << " to " << to;
+        }
+    }
+}
 
 namespace
 {

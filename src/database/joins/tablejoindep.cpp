@@ -145,6 +145,12 @@ bool TableJoinDep::isChanged() const
     return !m_awaitsBuild && (m_allChanged || !m_changed.isEmpty());
 }
 
+void TableJoinDep::forgetChanges()
+{
+    m_changed.clear();
+    m_allChanged = false;
+}
+
 bool TableJoinDep::shows(int colFrom, int colTo) const
 {
     return std::any_of(m_columns.begin(), m_columns.end(),
@@ -185,8 +191,7 @@ QList<Record> TableJoinDep::takeAffected()
             ranges.addRange(first, end);
         }
     }
-    m_changed.clear();
-    m_allChanged = false;
+    forgetChanges();
 
     QList<Record> affected;
     const QList<int> &bounds = ranges.bounds();
@@ -213,8 +218,7 @@ void TableJoinDep::fill(const QList<Record> &rows) const
 
 void TableJoinDep::rebuildMain()
 {
-    m_changed.clear();
-    m_allChanged = false;
+    forgetChanges();
     m_byKey->build();
     QList<Record> rows;
     rows.reserve(m_byKey->count());

@@ -52,6 +52,7 @@ private:
 
     // For the main side; columns are those of the main table.
     bool isChanged() const;
+    void forgetChanges();
     bool isKeyTouched(int colFrom, int colTo) const;
     bool isTouched(int colFrom, int colTo) const; ///< a key column or a joined one
     /// The rows of the main table that the changes concern, in the order of their keys. The changes

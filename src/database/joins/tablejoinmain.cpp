@@ -211,7 +211,12 @@ void TableJoinMain::flush()
         if (dep->isChanged())
             changed.push_back(dep.get());
     }
-    if (changed.empty() || !main || main->transactionState() != 0 || !m_flushing.empty())
+    if (!main) { // what was gathered would hold its rows for ever
+        for (TableJoinDep *dep : changed)
+            dep->forgetChanges();
+        return;
+    }
+    if (changed.empty() || main->transactionState() != 0 || !m_flushing.empty())
         return;
     const TableUpdate bracket(*main);
     Changes batch;

@@ -124,7 +124,7 @@ void JoinRequest::checkColumns()
         const TableColumnDef &from = *m_dependent->columnDef(column);
         checkTarget(from, target);
         if (m_main.columnIndex(target) == -1) {
-            ColumnDef missing = from;
+            ColumnDef missing = static_cast<const ColumnDef &>(from);
             missing.name = target;
             missing.nullable = true;
             m_missing.append(missing);

@@ -256,6 +256,7 @@ TableJoinMain::Changes TableJoinMain::changes(const std::vector<TableJoinDep *> 
     JoinChunks::forEach(affected.size(), [&](int chunk, int begin, int end) {
         RecordsTrans range(table()); // gathers which columns differ; holds no row
         std::vector<PartnerFinder> finders;
+        finders.reserve(deps.size());
         for (const TableJoinDep *dep : deps)
             finders.emplace_back(*dep);
         Changes &part = parts[size_t(chunk)];

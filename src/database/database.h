@@ -36,6 +36,8 @@
 #include "database/services/logfile.h"
 #include "database/services/runnable.h"
 #include "database/services/runnablemanager.h"
+#include "database/settings.h"
+#include "database/settingsjson.h"
 #include "database/tables/cellcompare.h"
 #include "database/tables/columndef.h"
 #include "database/tables/field.h"

@@ -37,6 +37,7 @@
 #include "database/services/runnable.h"
 #include "database/services/runnablemanager.h"
 #include "database/settings.h"
+#include "database/settingsfile.h"
 #include "database/settingsjson.h"
 #include "database/tables/cellcompare.h"
 #include "database/tables/columndef.h"

@@ -39,6 +39,8 @@
 #include "database/settings.h"
 #include "database/settingsfile.h"
 #include "database/settingsjson.h"
+#include "database/settingslayers.h"
+#include "database/settingslocations.h"
 #include "database/tables/cellcompare.h"
 #include "database/tables/columndef.h"
 #include "database/tables/field.h"

@@ -129,8 +129,10 @@ void QtJsonSettings::scheduleSave()
 // Does not wait for the lock, since the thread may be that of the windows.
 void QtJsonSettings::saveByTimer()
 {
-    if (m_dirty && !save(0))
-        m_saveTimer.start(m_saveError.isEmpty() ? kBusyDelay : kRetryDelay);
+    if (!m_dirty || save(0))
+        return;
+    m_sinceFirst.start(); // or the next change would be stored at once, and every one behind it
+    m_saveTimer.start(m_saveError.isEmpty() ? kBusyDelay : kRetryDelay);
 }
 
 /// Reads the file as it is; the values are left out when the bytes are those seen last.
@@ -150,7 +152,17 @@ QtJsonSettings::Content QtJsonSettings::look() const
         content.problem = QStringLiteral("cannot be read: ") + file.errorString();
         return content;
     }
-    const QByteArray bytes = file.read(SettingsJson::kMaxBytes + 1);
+    // Asked first: what is too large is not to be taken into memory, and a limit given to read()
+    // would be allocated whole.
+    if (file.size() > SettingsJson::kMaxBytes) {
+        content.finding = Malformed;
+        content.problem = QStringLiteral("is no settings file: at most %1 bytes are expected, %2 "
+                                         "found")
+                              .arg(SettingsJson::kMaxBytes)
+                              .arg(file.size());
+        return content;
+    }
+    const QByteArray bytes = file.readAll();
     if (file.error() != QFileDevice::NoError) {
         content.problem = QStringLiteral("cannot be read: ") + file.errorString();
         return content;

@@ -52,7 +52,7 @@ QVariant Settings::typedValue(const QString &key, int type) const
     QVariant result = converted(found, type);
     if (!result.isValid()) {
         throw Exception(
-            QStringLiteral("setting '%1' (%2): a %3 is expected, a %4 found")
+            QStringLiteral("setting '%1' (%2): %3 is expected, %4 found")
                 .arg(key, name(), QLatin1String(QMetaType::typeName(type)), typeName(found)));
     }
     return result;

@@ -475,6 +475,8 @@ void SettingsJson::checkUnknown(const QString &key, const UnknownSetting &value,
 {
     QString problem = QStringLiteral("it is a value of a type that is known");
     try {
+        if (QString::fromUtf8(value.json.toUtf8()) != value.json)
+            throw QStringLiteral("it is no Unicode text");
         const QVariant read = Reader(value.json, levels).readTaggedAlone();
         if (read.userType() == qMetaTypeId<UnknownSetting>() &&
             read.value<UnknownSetting>().type == value.type)

@@ -208,7 +208,7 @@ QVariant SettingsValue::canonical(const QString &key, const QVariant &value, int
             SettingsJson::checkUnknown(key, value.value<UnknownSetting>(), levels);
             return value;
         }
-        throw QStringLiteral("setting '%1': a %2 cannot be stored; bool, numbers, texts, byte "
+        throw QStringLiteral("setting '%1': %2 cannot be stored; bool, numbers, texts, byte "
                              "arrays, dates, and lists and maps of these can")
             .arg(key, typeName(value));
     }
@@ -282,7 +282,7 @@ QString SettingsValue::typeName(const QVariant &value)
     if (!value.isValid())
         return QStringLiteral("nothing");
     if (value.userType() == qMetaTypeId<UnknownSetting>())
-        return QStringLiteral("value of the unknown type '%1'")
+        return QStringLiteral("a value of the unknown type '%1'")
             .arg(value.value<UnknownSetting>().type);
     return QLatin1String(value.typeName());
 }

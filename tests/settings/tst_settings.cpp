@@ -12,29 +12,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// All there is to a value: its type, and its content to the last bit.
-static QByteArray exact(const QVariant &value)
+/// How many keys show another value, to the last bit, once they have been through a file's text.
+static int changesByJson(MapSettings &settings)
 {
-    static const bool registered = [] {
-        const auto saveTime = [](QDataStream &out, const void *value) {
-            out << static_cast<const datetime *>(value)->toMSecsSinceEpoch();
-        };
-        const auto saveUnknown = [](QDataStream &out, const void *value) {
-            out << static_cast<const UnknownSetting *>(value)->json;
-        };
-        QMetaType::registerStreamOperators(datetime::metatypeId(), saveTime, nullptr);
-        QMetaType::registerStreamOperators(qMetaTypeId<UnknownSetting>(), saveUnknown, nullptr);
-        return true;
-    }();
-    QByteArray bytes;
-    QDataStream stream(&bytes, QIODevice::WriteOnly);
-    stream << registered << value;
-    return bytes.toHex();
-}
-
-static SettingsMap throughJson(const Settings &settings)
-{
-    return SettingsJson::read(SettingsJson::write(settings.values()));
+    const QSignalSpy told(&settings, &Settings::changed);
+    settings.replace(SettingsJson::read(SettingsJson::write(settings.values())));
+    return told.size();
 }
 
 template<class Call>
@@ -94,26 +77,31 @@ static QVariant randomValue(std::mt19937 &random, int depth)
     return kind == 0 ? QVariant(qint64(random()) * random()) : special[random() % special.size()];
 }
 
-TEST(SettingsValues, comeBackFromJsonToTheLastBit)
+TEST(SettingsValues, areTheSameToTheLastBitOnlyAndComeBackSoFromJson)
 {
-    for (const QVariant &value : specialValues()) {
-        MapSettings settings;
-        settings.setValue("group/value", value);
-        settings.setValue("list", QVariantList{value});
-        EXPECT_EQ(exact(settings.value("group/value")), exact(value));
-        EXPECT_EQ(exact(throughJson(settings)), exact(settings.values()));
+    MapSettings settings;
+    const QSignalSpy told(&settings, &Settings::changed);
+    const QVariantList values = specialValues();
+    for (int i = 0; i < values.size() * values.size(); ++i) {
+        settings.setValue("group/value", values.at(i % values.size()));
+        settings.setValue("list", QVariantList{values.at(i % values.size())});
+        const int before = told.size();
+        settings.setValue("group/value", values.at(i / values.size()));
+        settings.setValue("list", QVariantList{values.at(i / values.size())});
+        ASSERT_EQ(told.size() - before, i % (values.size() + 1) == 0 ? 0 : 2) << i;
+        ASSERT_EQ(changesByJson(settings), 0) << i;
     }
     const unsigned seed = std::random_device()();
     std::mt19937 random(seed);
     for (int n = 0; n < 300; ++n) {
-        MapSettings settings;
+        settings.replace({});
         for (int i = 0; i < 40; ++i) {
             QString key = "k";
             while (random() % 3 != 0)
                 key += QStringList{"/a", "/a-b", "a.", "/Ж", "\""}.at(int(random() % 5));
             thrownBy([&] { settings.setValue(key, randomValue(random, 0)); }); // unless in the way
         }
-        ASSERT_EQ(exact(throughJson(settings)), exact(settings.values())) << "seed " << seed;
+        ASSERT_EQ(changesByJson(settings), 0) << "seed " << seed;
     }
 }
 
@@ -122,8 +110,8 @@ TEST(SettingsValues, readAsOtherTypesOnlyWhenNothingIsLost)
     MapSettings settings;
     settings.replace(SettingsJson::read(
         "\xEF\xBB\xBF{\"i\": 7, \"d\": {\"two\": 2.0, \"big\": 1e300}, \"list\": [\"a\"], "
-        "\"minus\": -0, "
-        "\"mixed\": [1], \"wide\": 9007199254740993, \"null\": null, \"d/half\": 0.5}"));
+        "\"mixed\": "
+        "[1], \"minus\": -0, \"wide\": 9007199254740993, \"null\": null, \"d/half\": 0.5}"));
     EXPECT_EQ(settings.value<double>("i") + settings.value<quint8>("d/two"), 9.0);
     EXPECT_EQ(settings.value<qint64>("wide"), 9007199254740993LL);
     EXPECT_TRUE(std::signbit(settings.value<double>("minus")));
@@ -139,7 +127,7 @@ TEST(SettingsValues, keysAndTypesThatWillNotDoAreRefusedAndNothingChanges)
 {
     MapSettings settings;
     settings.setValue("chart/main/color", "red");
-    const QString before = exact(settings.values());
+    const SettingsMap before = settings.values();
     QVariant deep = 1;
     for (int i = 0; i < Settings::kMaxDepth - 1; ++i)
         deep = QVariantList{deep};
@@ -148,9 +136,9 @@ TEST(SettingsValues, keysAndTypesThatWillNotDoAreRefusedAndNothingChanges)
     EXPECT_NE(thrownBy([&] { settings.setValue("x", QVariantList{QRegExp()}); }), "");
     EXPECT_NE(thrownBy([&] { settings.setValue("x/y", deep); }), "");
     EXPECT_NE(thrownBy([&] { settings.setValue("x", UnknownSetting{"int64", "{}"}); }), "");
-    EXPECT_EQ(exact(settings.values()), before);
+    EXPECT_EQ(settings.values(), before);
     settings.setValue("x", deep);
-    EXPECT_EQ(exact(throughJson(settings)), exact(settings.values()));
+    EXPECT_EQ(changesByJson(settings), 0);
     SettingsGroup group(settings, "chart");
     group.setValue("main-x", 3);
     EXPECT_EQ((group.groups() + group.childKeys() + settings.keys()).join(' '),
@@ -166,10 +154,8 @@ TEST(SettingsValues, malformedTextsAreRefusedWithThePlace)
         {"{\n  \"Ж\": 1,\n}", "line 3, column 1: a name in '\"' is expected, '}' found"},
         {"{\"a\": 01}", "column 8: ',' or '}' is expected, '1' found"},
         {"{\"a\": 1e999}", "column 7: a number within the range of a double is expected"},
-        {"{\"a\": {\"b\": 1}, \"a/b\": 2}",
-         "column 17: another name is expected, \"a/b\" found ag"},
-        {"{\"a\": 1, \"a/b\": 2}",
-         "column 10: a value or a group is expected, both found at \"a\""},
+        {"{\"a\": {\"b\": 1}, \"a/b\": 2}", "column 17: another name is expected"},
+        {"{\"a\": 1, \"a/b\": 2}", "column 10: a value or a group is expected, both found"},
         {"{\"a\": \"x\ty\"}", "column 9: a character of a text, or '\"' behind it, is expected"},
         {"{\"a\": \"\\u12g4\"}", "column 12: a hexadecimal digit is expected, 'g' found"},
         {"{\"\xD0\x96\": \"\xFF\"}", "column 8: a character in UTF-8 is expected, the byte 0xff"},
@@ -281,7 +267,7 @@ TEST_F(SettingsFile, ofAWorkplaceLiesOverTheOthersAndComesBack)
     EXPECT_EQ(workplaces.names(), (QStringList{office, "c."}));
     AppSettings application(places);
     WorkplaceSettings workplace("c.", &application);
-    EXPECT_EQ(exact(workplace.own().values()), exact(SettingsMap{{"top", 30}}));
+    EXPECT_EQ(workplace.own().values(), SettingsMap({{"top", 30}}));
     workplace.reset("top");
     EXPECT_EQ(workplace.value<int>("top"), 20);
     EXPECT_EQ(workplace.origin("top")->name() + workplace.origin("font")->name(), "userdefaults");
@@ -337,8 +323,11 @@ TEST_F(SettingsFile, isWholeAfterAKilledSave)
             ASSERT_EQ(value, QVariant(version)) << "kill " << i << ", seed " << seed;
     }
     EXPECT_GT(caught, 0);
-    EXPECT_LE(QDir(dir.path()).entryList(QDir::Files).size(), 3);
-    RecordProperty("versions", version);
+    QStringList left = QDir(dir.path()).entryList(QDir::Files);
+    for (const QString &lock : left.filter(".lock"))
+        left.removeAll(lock);
+    left.removeAll("s.json.saving");
+    EXPECT_EQ(left, QStringList{"s.json"});
     RecordProperty("caught_while_saving", caught);
 }
 
@@ -353,7 +342,7 @@ TEST_F(SettingsFile, thatIsMalformedIsMovedAsideAndNeverWrittenOver)
     settings.setValue("a", 2);
     write("{\"b\": }"); // while it is open
     EXPECT_TRUE(settings.sync());
-    EXPECT_EQ(exact(QtJsonSettings(path).values()), exact(settings.values()));
+    EXPECT_EQ(QtJsonSettings(path).values(), settings.values());
     write("[]");
     EXPECT_TRUE(settings.sync()); // nothing to store, so nothing is in the way
     EXPECT_EQ(QFileInfo(path).size(), 2);
@@ -372,7 +361,7 @@ TEST_F(SettingsFile, thatCannotBeWrittenKeepsTheChangesForTheNextTry)
     QFile::remove(path);
     EXPECT_TRUE(settings.sync());
     EXPECT_EQ(settings.errorString(), "");
-    EXPECT_EQ(exact(QtJsonSettings(settings.fileName()).values()), exact(settings.values()));
+    EXPECT_EQ(QtJsonSettings(settings.fileName()).values(), settings.values());
 }
 
 TEST_F(SettingsFile, isStoredAndFollowedByTheEventLoop)
@@ -388,8 +377,8 @@ TEST_F(SettingsFile, isStoredAndFollowedByTheEventLoop)
     other.setValue("b", "yours");
     other.setValue("a", 1.5);
     EXPECT_TRUE(other.sync() && one.sync() && other.sync()); // one is the later
-    EXPECT_EQ(exact(one.values()), exact(SettingsMap{{"a", "mine"}, {"b", "yours"}}));
-    EXPECT_EQ(exact(other.values()), exact(one.values()));
+    EXPECT_EQ(one.values(), SettingsMap({{"a", "mine"}, {"b", "yours"}}));
+    EXPECT_EQ(other.values(), one.values());
     write("{\"c\": 3}");
     ASSERT_TRUE(QTest::qWaitFor([&] { return other.contains("c") && one.values().size() == 1; }));
     QFile::remove(path);

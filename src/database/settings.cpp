@@ -4,6 +4,7 @@
 #include "database/settingsvalue.h"
 
 #include <QtCore/qpointer.h>
+#include <QtCore/qscopeguard.h>
 
 using namespace SettingsValue;
 
@@ -150,14 +151,15 @@ void Settings::announce(const QVector<SettingsChange> &changes)
     if (m_telling)
         return;
     m_telling = true;
-    while (!m_notices.empty()) {
+    const auto told = qScopeGuard([&] { // also when a listener throws
+        if (alive)
+            m_telling = false;
+    });
+    while (alive && !m_notices.empty()) {
         const SettingsChange change = m_notices.front();
         m_notices.pop_front();
         Q_EMIT changed(change.key, change.before, change.after);
-        if (!alive)
-            return;
     }
-    m_telling = false;
 }
 
 SettingsGroup::SettingsGroup(Settings &settings, const QString &path)

@@ -143,6 +143,7 @@ TEST(SettingsValues, keysAndTypesThatWillNotDoAreRefusedAndNothingChanges)
     group.setValue("main-x", 3);
     EXPECT_EQ((group.groups() + group.childKeys() + settings.keys()).join(' '),
               "main main-x chart/main-x chart/main/color x");
+    EXPECT_EQ(SettingsGroup(group, "main").value<QString>("color"), "red");
     group.remove("main");
     EXPECT_EQ(settings.groups() + group.keys(), (QStringList{"chart", "main-x"}));
 }

@@ -25,6 +25,8 @@ set(DATABASE_PRIVATE_HEADERS
     services/logwriter.h
     services/runnablewrapper.h
     services/threadannotations.h
+    settingstags.h
+    settingsvalue.h
     tables/firsterror.h
     tables/streamtext.h
     values/localetext.h

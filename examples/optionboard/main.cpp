@@ -3,6 +3,7 @@
 
 #include "analytics.h"
 #include "board.h"
+#include "choices.h"
 #include "csvfeed.h"
 #include "interruption.h"
 #include "progress.h"
@@ -34,17 +35,14 @@ enum ExitCode {
 };
 
 constexpr int kDefaultSnapshots = 20; // of the simulated market
-constexpr int kDefaultTop = 10;
 constexpr quint64 kSeed = 20260302;
 
 struct Arguments {
-    QString data;    ///< empty for the simulated market
+    Choices choices; ///< those of the settings, with what the command line says over them
     int batches = 0; ///< 0 for all files
-    int top = kDefaultTop;
-    QString save; ///< folder, empty for none, as is
-    QString load; ///< this one
-    bool gzip = false;
-    QString log; ///< file, empty for none
+    QString save;    ///< folder, empty for none, as is
+    QString load;    ///< this one
+    QString log;     ///< file, empty for none
 
     /// Without anything to save, loading a folder is the whole task.
     bool replays() const { return load.isEmpty() || !save.isEmpty(); }
@@ -63,13 +61,29 @@ int positive(const QCommandLineParser &parser, const QString &option, int fallba
     return value;
 }
 
+/// The choices that the settings hold, after those changes that are asked for.
+/// \throws QString what is wrong with them or with the arguments
+Choices storedChoices(const QCommandLineParser &parser)
+{
+    const QString workplace = parser.value(QStringLiteral("workplace"));
+    const QStringList changes = parser.values(QStringLiteral("set"));
+    if (parser.isSet(QStringLiteral("workplace")) && workplace.isEmpty())
+        throw QStringLiteral("--workplace takes the name of one");
+    ChoiceSettings stored(parser.value(QStringLiteral("settings")), workplace);
+    for (const QString &change : changes)
+        stored.set(change);
+    if (!stored.exists())
+        throw QStringLiteral("there is no workplace '%1'; --set makes it").arg(workplace);
+    return Choices::from(stored.settings());
+}
+
 /// Ends the program when help is asked for. \throws QString what is wrong with the arguments
 Arguments readArguments(const QStringList &arguments)
 {
     const QString data = QStringLiteral("data"), batches = QStringLiteral("batches"),
                   top = QStringLiteral("top"), save = QStringLiteral("save"),
                   load = QStringLiteral("load"), gzip = QStringLiteral("gzip"),
-                  log = QStringLiteral("log");
+                  noGzip = QStringLiteral("no-gzip"), log = QStringLiteral("log");
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Replays snapshots of a market of stock options into tables with live indexes."));
@@ -85,41 +99,55 @@ Arguments readArguments(const QStringList &arguments)
           QStringLiteral("Stop after <N> snapshots (all files; %1 of the simulated market).")
               .arg(kDefaultSnapshots),
           QStringLiteral("N")},
-         {top, QStringLiteral("List the <K> options of the highest volume (%1).").arg(kDefaultTop),
+         {top,
+          QStringLiteral("List the <K> options of the highest volume (%1).").arg(Choices().top),
           QStringLiteral("K")},
          {save, QStringLiteral("Save the quotes to <DIR> after the replay."),
           QStringLiteral("DIR")},
          {gzip, QStringLiteral("Save compressed.")},
+         {noGzip, QStringLiteral("Save plainly, whatever the settings say.")},
          {load,
           QStringLiteral("Load the quotes from <DIR> into new tables and compare them; "
                          "without --save nothing is replayed."),
           QStringLiteral("DIR")},
          {log, QStringLiteral("Log to <FILE>, beside which the last five logs stay."),
-          QStringLiteral("FILE")}});
+          QStringLiteral("FILE")},
+         {QStringLiteral("workplace"),
+          QStringLiteral("Take the choices of the workplace <NAME>; options lie over them."),
+          QStringLiteral("NAME")},
+         {QStringLiteral("set"),
+          QStringLiteral("Store a choice, for the workplace if there is one: top, data, gzip "
+                         "(true, false), tables (%1), columns (%2).")
+              .arg(Choices::allTables().join(QLatin1Char(',')),
+                   Choices::allColumns().join(QLatin1Char(','))),
+          QStringLiteral("KEY=VALUE")},
+         {QStringLiteral("settings"),
+          QStringLiteral("Keep the settings below <DIR> instead of in the user's folders."),
+          QStringLiteral("DIR")}});
     if (!parser.parse(arguments))
         throw parser.errorText();
     if (parser.isSet(help))
         parser.showHelp(kFine);
     if (!parser.positionalArguments().isEmpty())
         throw QStringLiteral("unexpected argument '%1'").arg(parser.positionalArguments().first());
-    if (parser.isSet(data) && !QFileInfo(parser.value(data)).isDir())
-        throw QStringLiteral("--data: there is no folder '%1'").arg(parser.value(data));
     if (parser.isSet(gzip) && !parser.isSet(save))
         throw QStringLiteral("--gzip says how to --save");
-    return {parser.value(data),
-            positive(parser, batches, parser.isSet(data) ? 0 : kDefaultSnapshots),
-            positive(parser, top, kDefaultTop),
-            parser.value(save),
-            parser.value(load),
-            parser.isSet(gzip),
-            parser.value(log)};
+    Choices choices = storedChoices(parser);
+    if (parser.isSet(data))
+        choices.data = parser.value(data);
+    if ((parser.isSet(data) || !choices.data.isEmpty()) && !QFileInfo(choices.data).isDir())
+        throw QStringLiteral("--data: there is no folder '%1'").arg(choices.data);
+    choices.top = positive(parser, top, choices.top);
+    choices.gzip = (choices.gzip || parser.isSet(gzip)) && !parser.isSet(noGzip);
+    return {choices, positive(parser, batches, choices.data.isEmpty() ? kDefaultSnapshots : 0),
+            parser.value(save), parser.value(load), parser.value(log)};
 }
 
 std::unique_ptr<Feed> makeFeed(const Arguments &arguments)
 {
-    if (arguments.data.isEmpty())
+    if (arguments.choices.data.isEmpty())
         return std::make_unique<SimulatedFeed>(arguments.batches, kSeed);
-    return std::make_unique<CsvFeed>(QDir(arguments.data), arguments.batches);
+    return std::make_unique<CsvFeed>(QDir(arguments.choices.data), arguments.batches);
 }
 
 /// To the user, and to the log.
@@ -155,7 +183,7 @@ ExitCode replay(const Arguments &arguments, QTextStream &out)
 {
     const std::unique_ptr<Feed> feed = makeFeed(arguments);
     if (feed->count() == 0) {
-        complain(QStringLiteral("there is no CSV file in '%1'").arg(arguments.data));
+        complain(QStringLiteral("there is no CSV file in '%1'").arg(arguments.choices.data));
         return kSomeSnapshotFailed;
     }
     int nameWidth = 0;
@@ -192,7 +220,7 @@ ExitCode replay(const Arguments &arguments, QTextStream &out)
         }
     }
     analytics.finish();
-    report.printSummary(arguments.top, now, analytics.totals());
+    report.printSummary(arguments.choices, now, analytics.totals());
     ExitCode stored = store(arguments, out, &board);
     if (stored == kFine && Interruption::isRaised()) {
         complain(QStringLiteral("interrupted"));
@@ -229,7 +257,7 @@ ExitCode run(const Arguments &arguments)
         // What a log would tell is not for the terminal.
         QLoggingCategory::setFilterRules(QStringLiteral("default.info=false"));
     }
-    const HostCore core(arguments.gzip);
+    const HostCore core(arguments.choices.gzip);
     QTextStream out(stdout);
     out.setCodec("UTF-8");
     return arguments.replays() ? replay(arguments, out) : store(arguments, out, nullptr);

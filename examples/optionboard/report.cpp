@@ -6,6 +6,8 @@
 
 #include <database/masterindex_struct.h>
 
+#include <functional>
+
 namespace
 {
 
@@ -71,6 +73,44 @@ QString sideText(const Record &option)
     return option.data(OptionTable::kSide).toChar() == QLatin1Char(char(Side::Call))
                ? QStringLiteral("call")
                : QStringLiteral("put");
+}
+
+/// A column of the options listed, by the name that settings have for it.
+struct OptionColumn {
+    const char *heading;
+    TextGrid::Alignment alignment;
+    std::function<QString(const Record &option)> text;
+};
+
+const std::map<QString, OptionColumn> &optionColumns()
+{
+    using Table = OptionTable;
+    const auto cell = [](int column) {
+        return [=](const Record &option) { return cellText(option, column); };
+    };
+    const auto fixed = [](int column, int decimals) {
+        return [=](const Record &option) { return fixedText(option, column, decimals); };
+    };
+    static const std::map<QString, OptionColumn> columns = {
+        {QStringLiteral("stock"), {"stock", TextGrid::Left, cell(Table::kStock)}},
+        {QStringLiteral("expiry"), {"expiry", TextGrid::Left, cell(Table::kExpiry)}},
+        {QStringLiteral("strike"), {"strike", TextGrid::Right, cell(Table::kStrike)}},
+        {QStringLiteral("side"), {"", TextGrid::Left, sideText}},
+        {QStringLiteral("last"), {"last", TextGrid::Right, cell(Table::kLast)}},
+        {QStringLiteral("change"),
+         {"change", TextGrid::Right,
+          [](const Record &option) { return changeText(option, Table::kChange); }}},
+        {QStringLiteral("volume"), {"volume", TextGrid::Right, cell(Table::kVolume)}},
+        {QStringLiteral("interest"),
+         {"open interest", TextGrid::Right, cell(Table::kOpenInterest)}},
+        {QStringLiteral("volatility"), {"IV %", TextGrid::Right, fixed(Table::kVolatility, 1)}},
+        {QStringLiteral("delta"), {"delta", TextGrid::Right, fixed(Table::kDelta, 3)}},
+        {QStringLiteral("gamma"), {"gamma", TextGrid::Right, fixed(Table::kGamma, 4)}},
+        {QStringLiteral("vega"), {"vega", TextGrid::Right, fixed(Table::kVega, 3)}},
+        {QStringLiteral("theta"), {"theta", TextGrid::Right, fixed(Table::kTheta, 3)}},
+        {QStringLiteral("underlying"), {"stock", TextGrid::Right, cell(Table::kStockLast)}},
+        {QStringLiteral("moneyness"), {"money %", TextGrid::Right, moneynessText}}};
+    return columns;
 }
 
 /// What the allocator takes for a row: the block, a word in front of it for the alignment and one
@@ -180,41 +220,41 @@ void Report::printSnapshot(int number, const QString &name, const SnapshotCounts
     m_indexTimes = times;
 }
 
-void Report::printSummary(int top, datetime now, const Analytics::Totals &analytics)
+void Report::printSummary(const Choices &choices, datetime now, const Analytics::Totals &analytics)
 {
-    printTop(top);
-    printMovers(kMovers);
-    printChain(now);
-    printAnalytics(analytics);
-    printTimes();
-    printMemory();
+    const std::map<QString, std::function<void()>> tables = {
+        {QStringLiteral("top"), [&] { printTop(choices.top, choices.columns); }},
+        {QStringLiteral("movers"), [&] { printMovers(kMovers); }},
+        {QStringLiteral("chain"), [&] { printChain(now); }},
+        {QStringLiteral("model"), [&] { printAnalytics(analytics); }},
+        {QStringLiteral("times"), [&] { printTimes(); }},
+        {QStringLiteral("memory"), [&] { printMemory(); }}};
+    for (const QString &table : choices.tables)
+        tables.at(table)();
     m_out.flush();
 }
 
-void Report::printTop(int count)
+void Report::printTop(int count, const QStringList &columns)
 {
     const ColumnIndex &index = m_board.byVolume();
     const int shown = std::min(count, index.count());
     if (shown == 0)
         return;
     m_out << "\nTop " << shown << " options by volume\n";
-    TextGrid grid({TextGrid::Right, TextGrid::Left, TextGrid::Left, TextGrid::Right, TextGrid::Left,
-                   TextGrid::Right, TextGrid::Right, TextGrid::Right, TextGrid::Right,
-                   TextGrid::Right, TextGrid::Right, TextGrid::Right, TextGrid::Right});
-    grid.add({QString(), QStringLiteral("stock"), QStringLiteral("expiry"),
-              QStringLiteral("strike"), QString(), QStringLiteral("last"), QStringLiteral("change"),
-              QStringLiteral("volume"), QStringLiteral("open interest"), QStringLiteral("IV %"),
-              QStringLiteral("delta"), QStringLiteral("stock"), QStringLiteral("money %")});
+    QVector<TextGrid::Alignment> alignments{TextGrid::Right};
+    QStringList headings{QString()};
+    for (const QString &name : columns) {
+        const OptionColumn &column = optionColumns().at(name);
+        alignments.append(column.alignment);
+        headings.append(QLatin1String(column.heading));
+    }
+    TextGrid grid(alignments);
+    grid.add(headings);
     for (int i = 0; i < shown; ++i) {
-        const Record &option = index.at(i);
-        grid.add({QString::number(i + 1), cellText(option, OptionTable::kStock),
-                  cellText(option, OptionTable::kExpiry), cellText(option, OptionTable::kStrike),
-                  sideText(option), cellText(option, OptionTable::kLast),
-                  changeText(option, OptionTable::kChange), cellText(option, OptionTable::kVolume),
-                  cellText(option, OptionTable::kOpenInterest),
-                  fixedText(option, OptionTable::kVolatility, 1),
-                  fixedText(option, OptionTable::kDelta, 3),
-                  cellText(option, OptionTable::kStockLast), moneynessText(option)});
+        QStringList cells{QString::number(i + 1)};
+        for (const QString &name : columns)
+            cells.append(optionColumns().at(name).text(index.at(i)));
+        grid.add(cells);
     }
     grid.print(m_out);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "analytics.h"
+#include "choices.h"
 
 #include <QtCore/qtextstream.h>
 
@@ -19,11 +20,10 @@ public:
     void printSnapshot(int number, const QString &name, const SnapshotCounts &counts,
                        qint64 readTime);
 
-    /// \param top  how many options to list by volume
-    void printSummary(int top, datetime now, const Analytics::Totals &analytics);
+    void printSummary(const Choices &choices, datetime now, const Analytics::Totals &analytics);
 
 private:
-    void printTop(int count);
+    void printTop(int count, const QStringList &columns);
     void printMovers(int count);
     void printChain(datetime now);
     void printAnalytics(const Analytics::Totals &totals);

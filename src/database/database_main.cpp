@@ -2,6 +2,7 @@
 
 #include "database/decimal.h"
 #include "database/record.h"
+#include "database/settings.h"
 #include "database/values/datetime.h"
 #include "database/xdecimal.h"
 
@@ -30,6 +31,8 @@ Database::Main::Main()
     qRegisterMetaTypeStreamOperators<xdecimal>("xdecimal");
     qRegisterMetaType<Record>("Record");
     qRegisterMetaType<void *>("HRunnable"); // the handle of a background task
+    qRegisterMetaType<UnknownSetting>("UnknownSetting");
+    qRegisterMetaType<QVector<SettingsChange>>("QVector<SettingsChange>");
     // Declares the converter to a sequential iterable as well.
     qRegisterMetaType<QVector<int>>("QVector<int>");
 }

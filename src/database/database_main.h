@@ -6,7 +6,8 @@ namespace Database
 {
 
 /// Registers the library's value types with the meta-type system, so that variants, queued signals
-/// and streams know them by name: datetime, decimal, xdecimal, Record, HRunnable, QVector<int>.
+/// and streams know them by name: datetime, decimal, xdecimal, Record, HRunnable, UnknownSetting,
+/// QVector<SettingsChange>, QVector<int>.
 class DATABASE_EXPORT Main
 {
 public:

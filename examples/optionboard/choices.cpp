@@ -15,9 +15,9 @@ const QString kColumns = QStringLiteral("columns");
 QStringList chosen(const Settings &settings, const QString &key, const QStringList &all,
                    const QStringList &fallback)
 {
-    const QStringList names = settings.value<QStringList>(key, fallback);
+    QStringList names = settings.value<QStringList>(key, fallback);
     QStringList seen;
-    for (const QString &name : names) {
+    for (const QString &name : qAsConst(names)) {
         if (!all.contains(name) || seen.contains(name))
             throw QStringLiteral("setting '%1': '%2' is not accepted, but each once of: %3")
                 .arg(key, name, all.join(QLatin1String(", ")));

@@ -47,7 +47,7 @@ QVariant Settings::value(const QString &key, const QVariant &fallback) const
 
 QVariant Settings::typedValue(const QString &key, int type) const
 {
-    const QVariant found = value(key);
+    QVariant found = value(key);
     if (!found.isValid())
         return found;
     QVariant result = converted(found, type);

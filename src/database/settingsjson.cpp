@@ -446,8 +446,7 @@ QString decoded(const QByteArray &json)
     const QByteArray mark("\xEF\xBB\xBF");
     const QByteArray bytes = json.startsWith(mark) ? json.mid(mark.size()) : json;
     QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    const QString text =
-        QTextCodec::codecForMib(106)->toUnicode(bytes.constData(), bytes.size(), &state);
+    QString text = QTextCodec::codecForMib(106)->toUnicode(bytes.constData(), bytes.size(), &state);
     if (state.invalidChars == 0 && state.remainingChars == 0)
         return text;
     const QByteArray sound = text.toUtf8();

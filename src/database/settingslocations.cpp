@@ -140,7 +140,7 @@ bool Workplaces::contains(const QString &name) const
 
 QString Workplaces::existing(const QString &name) const
 {
-    const QString fileName = m_locations.workplaceFile(name);
+    QString fileName = m_locations.workplaceFile(name);
     if (!QFile::exists(fileName))
         throw QStringLiteral("there is no workplace '%1'").arg(name);
     return fileName;

@@ -20,7 +20,7 @@ const QLatin1Char kSlash('/');
 
 bool sameDouble(double a, double b)
 {
-    return std::isnan(a) ? std::isnan(b) : std::memcmp(&a, &b, sizeof a) == 0;
+    return std::isnan(a) ? std::isnan(b) : a == b && std::signbit(a) == std::signbit(b);
 }
 
 bool sameTime(const QDateTime &a, const QDateTime &b)
@@ -301,7 +301,7 @@ bool SettingsValue::isBelow(const QString &key, const QString &group)
 QString SettingsValue::valueAbove(const SettingsMap &map, const QString &path)
 {
     for (int at = path.indexOf(kSlash); at >= 0; at = path.indexOf(kSlash, at + 1)) {
-        const QString above = path.left(at);
+        QString above = path.left(at);
         if (map.contains(above))
             return above;
     }

@@ -304,19 +304,27 @@ TEST_F(SettingsFile, isWholeAfterAKilledSave)
     std::mt19937 random(seed);
     int version = 0, caught = 0;
     for (int i = 0; i < kills; ++i) {
+        int saved[2];
+        ASSERT_EQ(pipe(saved), 0);
         const pid_t child = inChild([&] {
             QtJsonSettings settings(path);
             for (int next = version + 1;; ++next) {
                 for (int key = 0; key < 200; ++key)
                     settings.setValue(QString("group/%1").arg(key), next);
-                settings.sync();
+                if (!settings.sync() || ::write(saved[1], "", 1) != 1)
+                    return false;
             }
-            return true;
         });
-        usleep(random() % 20000);
+        char first = 1;
+        ASSERT_EQ(read(saved[0], &first, 1), 1);
+        usleep(random() % 4000);
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
-        caught += QFile::exists(path + ".lock"); // in the middle of a save
+        close(saved[0]);
+        close(saved[1]);
+        qint64 saver = 0;
+        QString host, program;
+        caught += QLockFile(path + ".lock").getLockInfo(&saver, &host, &program) && saver == child;
         const QtJsonSettings settings(path);
         ASSERT_GE(settings.value<int>("group/0", 0), version) << "kill " << i << ", seed " << seed;
         version = settings.value<int>("group/0", 0);

@@ -6,6 +6,7 @@
 
 #include "engine.h"
 #include "files.h"
+#include "flatorders.h"
 #include "report.h"
 #include "residency.h"
 
@@ -111,6 +112,7 @@ public:
         : m_report(report)
         , m_directory(directory)
         , m_script(script)
+        , m_flat(script.initial, script.ticks, script.trades)
         , m_size(sizeName(int(script.initial.size())))
     {
     }
@@ -140,9 +142,9 @@ public:
 
 private:
     /// Lets each engine do its share of \p operations. What they return has to be the same for all
-    /// that do the whole.
+    /// that do the whole, and is returned.
     template<class Work>
-    void measure(Workload workload, const std::string &name, int operations, const Work &work)
+    double measure(Workload workload, const std::string &name, int operations, const Work &work)
     {
         std::optional<double> expected;
         for (const auto &engine : m_engines) {
@@ -158,6 +160,7 @@ private:
             if (share == 1)
                 expected = result;
         }
+        return expected.value_or(0);
     }
 
     void fill()
@@ -196,10 +199,10 @@ private:
     }
 
     template<class Batches, class Apply>
-    void batches(Workload workload, const std::string &name, const Batches &batches,
-                 const Apply &apply)
+    double batches(Workload workload, const std::string &name, const Batches &batches,
+                   const Apply &apply)
     {
-        measure(workload, name, kBatches * kBatchRows, [&](Engine &engine, int) {
+        return measure(workload, name, kBatches * kBatchRows, [&](Engine &engine, int) {
             double firsts = 0;
             for (const auto &batch : batches) {
                 (engine.*apply)(batch);
@@ -211,10 +214,22 @@ private:
 
     void change()
     {
-        batches(Workload::Trade, "W2 last, volume, time of a row", m_script.trades, &Engine::trade);
+        static const std::string kTrade = "W2 last, volume, time of a row";
+        const double firsts = batches(Workload::Trade, kTrade, m_script.trades, &Engine::trade);
+        measureFlatTrades(kTrade, firsts);
         batches(Workload::Quote, "W3 bid, ask of a row", m_script.quotes, &Engine::quote);
         batches(Workload::Replace, "W4 remove or insert a row", m_script.replacements,
                 &Engine::replace);
+    }
+
+    void measureFlatTrades(const std::string &name, double expected)
+    {
+        m_flat.reset();
+        double firsts = 0;
+        const double taken = nanoseconds([&] { firsts = m_flat.trade(); });
+        require(firsts == expected, "flat orders");
+        m_report.add(name + m_size, Report::Unit::Nanoseconds, "limit",
+                     taken / (kBatches * kBatchRows));
     }
 
     void ask()
@@ -301,6 +316,7 @@ private:
     Report &m_report;
     const std::string m_directory;
     const Script &m_script;
+    FlatOrders m_flat;
     const std::string m_size; // behind the names of workloads
     std::vector<std::unique_ptr<Engine>> m_engines;
     std::int64_t m_ranks = 0; // of every question, so that none can be left out

@@ -134,7 +134,7 @@ struct Dfp {
 };
 
 struct Multiprecision {
-    static constexpr const char *kName = "cpp_dec_float";
+    static constexpr const char *kName = "Boost";
     using Number = boost::multiprecision::number<boost::multiprecision::cpp_dec_float<26>,
                                                  boost::multiprecision::et_off>;
     using Text = std::string;

@@ -52,22 +52,24 @@ std::string ratioText(double ratio)
 void Report::add(const std::string &workload, Unit unit, const std::string &contender, double value)
 {
     const size_t at = column(contender);
-    auto *found = const_cast<Line *>(line(workload));
-    if (!found) {
-        m_lines.push_back({workload, unit, {}});
-        found = &m_lines.back();
-    }
-    if (found->samples.size() <= at)
-        found->samples.resize(at + 1);
-    found->samples[at].push_back(value);
+    auto line = std::find_if(m_lines.begin(), m_lines.end(),
+                             [&](const Line &each) { return each.workload == workload; });
+    if (line == m_lines.end())
+        line = m_lines.insert(m_lines.end(), {workload, unit, {}});
+    if (line->samples.size() <= at)
+        line->samples.resize(at + 1);
+    line->samples[at].push_back(value);
 }
 
 double Report::median(const std::string &workload, const std::string &contender) const
 {
-    const Line *found = line(workload);
     const auto at = std::find(m_contenders.begin(), m_contenders.end(), contender);
-    const size_t i = size_t(at - m_contenders.begin());
-    return found && i < found->samples.size() ? medianOf(found->samples[i]) : 0;
+    const auto i = size_t(at - m_contenders.begin());
+    for (const Line &each : m_lines) {
+        if (each.workload == workload && i < each.samples.size())
+            return medianOf(each.samples[i]);
+    }
+    return 0;
 }
 
 void Report::print(const std::string &title) const
@@ -96,18 +98,11 @@ void Report::print(const std::string &title) const
     std::fflush(stdout);
 }
 
-const Report::Line *Report::line(const std::string &workload) const
-{
-    const auto found = std::find_if(m_lines.begin(), m_lines.end(),
-                                    [&](const Line &each) { return each.workload == workload; });
-    return found == m_lines.end() ? nullptr : &*found;
-}
-
 size_t Report::column(const std::string &contender)
 {
     const auto found = std::find(m_contenders.begin(), m_contenders.end(), contender);
+    const auto i = size_t(found - m_contenders.begin());
     if (found == m_contenders.end())
         m_contenders.push_back(contender);
-    return size_t(std::find(m_contenders.begin(), m_contenders.end(), contender) -
-                  m_contenders.begin());
+    return i;
 }

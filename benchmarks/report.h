@@ -36,7 +36,6 @@ private:
         std::vector<std::vector<double>> samples; // by contender; may be shorter than they are
     };
 
-    const Line *line(const std::string &workload) const;
     size_t column(const std::string &contender);
 
     std::vector<std::string> m_contenders; // the library first

@@ -4,9 +4,10 @@
 
 #include <array>
 
-/// The least that keeping orders current can cost: each a flat sequence of (value, row) pairs, with
-/// the old and the new pairs of a batch given. A batch is sorted and goes through a sequence in one
-/// pass; no row is looked for, none is written, and nobody else is served meanwhile.
+/// Orders at their barest: each a flat sequence of (value, row) pairs, with the old and the new
+/// pairs of a batch given. A batch is sorted and goes through a sequence in one pass; no row is
+/// looked for, none is written, and nobody else is served meanwhile. The pass costs as much as the
+/// sequence is long, so that batches that are small beside the table can do with less.
 class FlatOrders
 {
 public:

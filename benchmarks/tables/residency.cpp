@@ -1,0 +1,42 @@
+#include "residency.h"
+
+#include "engine.h"
+
+#include <cstdio>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+double residentNow()
+{
+    long size = 0, resident = 0;
+    std::FILE *file = std::fopen("/proc/self/statm", "r");
+    require(file && std::fscanf(file, "%ld %ld", &size, &resident) == 2, "reading statm");
+    std::fclose(file);
+    return double(resident) * double(sysconf(_SC_PAGESIZE));
+}
+
+} // namespace
+
+double residentBytes(const std::function<void()> &work)
+{
+    int ends[2];
+    require(pipe(ends) == 0, "opening a pipe");
+    const pid_t child = fork();
+    require(child >= 0, "starting a process");
+    if (child == 0) {
+        const double before = residentNow();
+        work();
+        const double added = residentNow() - before;
+        _exit(write(ends[1], &added, sizeof added) == sizeof added ? 0 : 1);
+    }
+    close(ends[1]);
+    double added = 0;
+    require(read(ends[0], &added, sizeof added) == sizeof added, "measuring in a process");
+    close(ends[0]);
+    int status = 0;
+    require(waitpid(child, &status, 0) == child && status == 0, "measuring in a process");
+    return added;
+}

@@ -357,9 +357,9 @@ void Report::printMemory()
         add(table, QStringLiteral("rows"), table->rowCount(),
             table->rowCount() * allocatedRow(*table));
     for (const Board::NamedIndex &named : m_board.indexes()) {
-        const Index &index = *named.index;
-        const auto *list = dynamic_cast<const IndexList *>(&index);
-        add(named.table, QLatin1String(named.name), list ? list->count() : 0, indexBytes(index));
+        const qint64 bytes = indexBytes(*named.index);
+        const auto *list = dynamic_cast<const IndexList *>(named.index);
+        add(named.table, QLatin1String(named.name), list ? list->count() : 0, bytes);
     }
     grid.add({QStringLiteral("total"), QString(), QString(), QString(), kibibytes(total)});
     grid.print(m_out);

@@ -300,6 +300,12 @@ TEST(JoinTest, widensABatchByNothingStaleAndBuildsBeforeOtherIndexes)
     EXPECT_EQ(market.options.at(0).data(Market::kLots).value<qint32>(), 6)
         << "the joined columns lie behind it, and the early batch knows its old value";
 
+    market.options.at(0).data(Market::kOf).setValue(QString("ELM"));
+    market.options.updated(market.options.at(0), -1, -1, -1); // all columns
+    EXPECT_EQ(market.options.at(0).data(Market::kOfLast).toString(), "1");
+    market.options.at(0).data(Market::kOf).setValue(QString("OAK"));
+    market.options.updatedRow(0);
+
     market.stocks.data(1, Market::kLast).setValue(9); // behind everybody's back
     market.options.at(1).data(Market::kOf).setValue(QString("ELM"));
     market.options.build();

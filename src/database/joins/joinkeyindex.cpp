@@ -30,7 +30,7 @@ int JoinKeyIndex::compare(const Record &a, const Record &b) const
 bool JoinKeyIndex::isTouched(int colFrom, int colTo) const
 {
     return std::any_of(m_columns.begin(), m_columns.end(), [&](const TableColumnDef *column) {
-        return column->index >= colFrom && column->index <= colTo;
+        return column->index >= colFrom && (colTo < 0 || column->index <= colTo);
     });
 }
 

@@ -26,7 +26,7 @@ public:
     void update(const Record &record, int colFrom, int colTo, int index) override;
 
     int compareKeys(const Record &a, const Record &b) const;
-    /// Whether one of the columns lies in a range.
+    /// Whether one of the columns lies in a range; -1 is the first and the last column.
     bool isTouched(int colFrom, int colTo) const;
     /// The positions, first and behind the last, of the rows whose columns are those of \p row.
     QPair<int, int> rangeOf(const Record &row) const;

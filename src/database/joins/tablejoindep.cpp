@@ -26,7 +26,7 @@ std::vector<const TableColumnDef *> sources(const TableJoin::ColumnLinks &links)
 
 bool isWithin(const TableColumnDef *column, int from, int to)
 {
-    return column->index >= from && column->index <= to;
+    return column->index >= from && (to < 0 || column->index <= to);
 }
 
 } // namespace

@@ -144,20 +144,27 @@ bool TableJoinMain::contains(const Record &record) const
 void TableJoinMain::complete(const QList<Record> &updated, const QList<Record> &values,
                              int &colFrom, int &colTo, const QList<Record> &inserted)
 {
+    // Indexes are to get the range as it was given, unless it has to be widened.
+    int from = qMax(colFrom, 0);
+    int to = colTo < 0 ? table()->columnCount() - 1 : colTo;
+    const auto given = std::make_pair(from, to);
     for (const auto &dep : m_deps) {
         const bool isBrought =
             std::find(m_flushing.begin(), m_flushing.end(), dep.get()) != m_flushing.end();
-        const bool looks =
-            isBrought ? dep->isKeyTouched(colFrom, colTo) : dep->isTouched(colFrom, colTo);
+        const bool looks = isBrought ? dep->isKeyTouched(from, to) : dep->isTouched(from, to);
         const bool fillsValues = looks && !values.isEmpty();
         if (!fillsValues && inserted.isEmpty())
             continue;
         const DependentLocks locks({dep.get()});
         dep->fill(inserted);
         if (fillsValues) {
-            dep->widen(updated, values, colFrom, colTo);
+            dep->widen(updated, values, from, to);
             dep->fill(values);
         }
+    }
+    if (given != std::make_pair(from, to)) {
+        colFrom = from;
+        colTo = to;
     }
 }
 

@@ -8,8 +8,22 @@
 #include <QtCore/qdatastream.h>
 #include <QtCore/qset.h>
 
+#include <limits>
+
 void TableIO::setupHeader(TableHeader &header, const Table *table)
 {
+    constexpr int kMostColumns = std::numeric_limits<qint16>::max();
+    constexpr qint64 kLongestRow = std::numeric_limits<qint32>::max();
+    if (table->columnCount() > kMostColumns || table->rowLengthUnaligned() > kLongestRow) {
+        throw QStringLiteral(
+            "Table '%1' is too wide for a file: %2 columns of %3 bytes, at most %4 "
+            "and %5.")
+            .arg(table->name())
+            .arg(table->columnCount())
+            .arg(table->rowLengthUnaligned())
+            .arg(kMostColumns)
+            .arg(kLongestRow);
+    }
     header.magic = kMagic;
     header.columnCount = qint16(table->fieldDefs().size());
     header.rowCount = table->rowCount();

@@ -78,6 +78,7 @@ public:
 
     // Header ------------------------------------------------------------------------------------
 
+    /// \throws QString for a table beyond 32767 columns or rows beyond 2 GiB
     static void setupHeader(TableHeader &header, const Table *table);
     static void writeHeader(const TableHeader &header, QDataStream &stream);
     /// Reads up to the first error of the stream, and no further than a wrong magic number.
@@ -86,7 +87,8 @@ public:
     // Writing -----------------------------------------------------------------------------------
 
     /// Writes header and, if \p withRows, the rows in the order of the master index. Failures are
-    /// the stream's status. \p progress hears of each row after it was packed.
+    /// the stream's status. \p progress hears of each row after it was packed. \throws QString as
+    /// setupHeader()
     void write(FilterProgress &progress, QDataStream &stream, bool withRows) const;
     void write(QDataStream &stream, bool withRows) const;
     /// Saves to the table's file, compressed when the application's core asks for it.

@@ -217,10 +217,6 @@ void Table::runTransaction(Run run)
 void Table::complete(const QList<Record> &updated, const QList<Record> &values, int &first,
                      int &last, const QList<Record> &inserted)
 {
-    if (!values.isEmpty()) {
-        first = qMax(first, 0);
-        last = last < 0 ? columnCount() - 1 : last;
-    }
     d->forEachIndex([&](Index *index) { index->complete(updated, values, first, last, inserted); });
 }
 

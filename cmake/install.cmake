@@ -7,7 +7,10 @@ set(DATABASE_PRIVATE_HEADERS
     bcdiipairs.h
     bcdiiround.h
     indexes/concurrentsort.h
+    indexes/sortaid.h
     indexes/sortbatch.h
+    indexes/sortguide.h
+    indexes/sortkey.h
     indexes/tablelocker.h
     joins/joincells.h
     joins/joinchunks.h

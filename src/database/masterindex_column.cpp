@@ -58,6 +58,7 @@ MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table *table, const QList<int> 
             throw columnNotFound(QString::number(column));
         m_defs.push_back(table->columnDef(column));
     }
+    setColumns(columns);
 }
 
 MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table *table, const QString &column)

@@ -63,4 +63,5 @@ void MasterIndex_Fast_Pure::setup()
         m_keyLength += roundedCell(def->size);
         ++expected;
     }
+    setKeyBytes(m_columns, m_keyOffset, m_keyLength);
 }

@@ -2,8 +2,6 @@
 
 #include "database/tables/table.h"
 
-#include <algorithm>
-
 MasterIndex::MasterIndex(Table *table)
     : IndexSort(table, false)
 {
@@ -24,31 +22,6 @@ Record MasterIndex::findRecord(const QString &text) const
     return find(fromText(text), -1);
 }
 
-// An index that does not name its key columns may compare by any.
-bool MasterIndex::isKeyTouched(int colFrom, int colTo) const
-{
-    const QList<int> key = keyColumns();
-    return key.isEmpty() || colFrom < 0 || colTo < 0 ||
-           std::any_of(key.begin(), key.end(),
-                       [&](int column) { return column >= colFrom && column <= colTo; });
-}
-
-void MasterIndex::preprocess(const QList<Record> &removed, const QList<Record> &updated,
-                             int colFrom, int colTo, const QList<Record> &inserted,
-                             const QList<Record> &updatedValues)
-{
-    const bool touched = isKeyTouched(colFrom, colTo);
-    IndexSort::preprocess(removed, touched ? updated : QList<Record>(), colFrom, colTo, inserted,
-                          touched ? updatedValues : QList<Record>());
-}
-
-void MasterIndex::process(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
-                          int colTo, const QList<Record> &inserted)
-{
-    IndexSort::process(removed, isKeyTouched(colFrom, colTo) ? updated : QList<Record>(), colFrom,
-                       colTo, inserted);
-}
-
 QStringList MasterIndex::columnNames() const
 {
     QStringList names;
@@ -60,6 +33,7 @@ QStringList MasterIndex::columnNames() const
 MasterIndexOrdered::MasterIndexOrdered(Table *table)
     : MasterIndex(table)
 {
+    setColumns({});
 }
 
 int MasterIndexOrdered::compare(const Record &, const Record &) const

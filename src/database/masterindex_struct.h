@@ -7,7 +7,8 @@
 /// The primary order of a table: the sorted index whose records are the table's rows, whose key
 /// makes two rows the same to a transaction, and which turns a row's key into text and back.
 ///
-/// Receives each batch before all other indexes. The table that it is given to by
+/// Receives each batch before all other indexes. Classes that tell their key by setColumns() are
+/// passed by where it does not change. The table that it is given to by
 /// Table::setMasterIndex() owns it. Every class of the family answers "MasterIndex" to
 /// getClassName().
 class DATABASE_EXPORT MasterIndex : public IndexSort
@@ -16,12 +17,6 @@ public:
     explicit MasterIndex(Table *table);
 
     QString getClassName() const override;
-    // Changes of columns beside the key move no row: these leave them alone.
-    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
-                    int colTo, const QList<Record> &inserted,
-                    const QList<Record> &updatedValues) override;
-    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
-                 const QList<Record> &inserted) override;
 
     /// The key cells' texts joined with "," (no quoting: a value with a comma does not read back);
     /// empty for a null record.
@@ -36,9 +31,6 @@ public:
     Record findRecord(const QString &text) const;
     /// The names of the key columns, in key order.
     QStringList columnNames() const;
-
-private:
-    bool isKeyTouched(int colFrom, int colTo) const;
 };
 
 /// A master index without a key: every record has the same key, so the rows keep the order in which

@@ -76,11 +76,13 @@ class QuoteSort : public IndexSort
 {
 public:
     explicit QuoteSort(Table *table, QuoteColumn column = kPrice, bool listedOnly = false,
-                       bool addToTable = true)
+                       bool addToTable = true, bool tellsColumns = false)
         : IndexSort(table, addToTable)
         , m_column(column)
         , m_listedOnly(listedOnly)
     {
+        if (tellsColumns)
+            setColumns({column}, {kListed});
     }
 
     int compare(const Record &a, const Record &b) const override

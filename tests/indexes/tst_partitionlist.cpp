@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <random>
 #include <set>
+#include <utility>
 
 Q_DECLARE_TYPEINFO(std::shared_ptr<int>, Q_MOVABLE_TYPE);
 
@@ -68,13 +70,16 @@ struct Model {
         chunks.back().push_back(value);
     }
 
-    void merge(const Values &positions, const Values &items)
+    void exchange(const std::set<int> &leaving, const Values &positions, const Values &items)
     {
         if (chunks.empty() && !items.empty())
             return insert(0, items);
+        constexpr int kGone = -2;
         int start = 0; // of chunk c; the last chunk comes first
-        for (const Values &chunk : chunks)
-            start += int(chunk.size());
+        for (Values &chunk : chunks) {
+            for (int &value : chunk)
+                value = leaving.count(start++) ? kGone : value;
+        }
         size_t last = items.size();
         for (size_t c = chunks.size(); c-- > 0;) {
             start -= sizeOf(c);
@@ -83,12 +88,16 @@ struct Model {
             for (; first > 0 && (c == 0 || positions[first - 1] > start); --first)
                 chunks[c].insert(chunks[c].begin() + positions[first - 1] - start,
                                  items[first - 1]);
-            if (first < last && sizeOf(c) >= shape.partSize) {
-                const bool onePlace = positions[first] == positions[last - 1];
-                cut(c, onePlace ? 2 : int(std::ceil(double(sizeOf(c)) / (shape.partSize - 1))));
-            }
+            const auto stays = std::remove(chunks[c].begin(), chunks[c].end(), kGone);
+            const bool isBlock =
+                stays == chunks[c].end() && first < last && positions[first] == positions[last - 1];
+            chunks[c].erase(stays, chunks[c].end());
+            if (first < last && sizeOf(c) >= shape.partSize)
+                cut(c, isBlock ? 2 : int(std::ceil(double(sizeOf(c)) / (shape.partSize - 1))));
             last = first;
         }
+        if (!leaving.empty())
+            tidy();
     }
 
     void remove(int pos)
@@ -106,24 +115,13 @@ struct Model {
             tryJoin(c - 1);
     }
 
-    /// \return the values that were removed
-    Values remove(const std::vector<bool> &doomed)
+    /// Drops empty chunks and joins small ones.
+    void tidy()
     {
-        Values removed;
-        Chunks kept;
-        size_t pos = 0;
-        for (const Values &chunk : chunks) {
-            Values rest;
-            for (const int value : chunk)
-                (doomed[pos++] ? removed : rest).push_back(value);
-            if (!rest.empty())
-                kept.push_back(rest);
-        }
-        chunks = kept;
+        chunks.erase(std::remove(chunks.begin(), chunks.end(), Values()), chunks.end());
         for (size_t c = 0; c < chunks.size(); ++c)
             while (tryJoin(c)) {
             }
-        return removed;
     }
 
     int sizeOf(size_t c) const { return int(chunks[c].size()); }
@@ -163,7 +161,7 @@ protected:
         if (kind < 4)
             return append();
         if (kind < 6)
-            return merge();
+            return exchange();
         if (kind >= 8)
             return removeMany();
         if (pos < list.count())
@@ -189,40 +187,54 @@ protected:
         model.append(serial++);
     }
 
-    void merge()
+    void exchange()
     {
-        Values positions;
-        std::vector<Handle> items;
+        std::set<int> leaving;
+        for (int i = below(3) > 0 ? below(10) : 0; i > 0 && list.count() > 0; --i) {
+            const int first = below(list.count());
+            for (int pos = first; pos <= first + below(4) && pos < list.count(); ++pos)
+                leaving.insert(pos);
+        }
+        const std::vector<int> left(leaving.begin(), leaving.end());
+        const Values values = valuesOf(list);
+        Values positions, items;
         const int n = below(longest + 4);
         const int spread = 1 + below(list.count() + 1); // often many items at few positions
         const int first = below(list.count() + 2 - spread);
-        for (int i = 0; i < n; ++i) {
+        for (int i = 0; i < n; ++i)
             positions.push_back(first + below(spread));
-            items.push_back(std::make_shared<int>(serial++));
-        }
         std::sort(positions.begin(), positions.end());
-        model.merge(positions, valuesOf(items));
-        list.mergeInsert(positions.data(), items.data(), n);
-        EXPECT_EQ(valuesOf(items), Values(items.size(), -1)) << "left behind where they came from";
+        std::vector<List::Arrival> arrivals;
+        Values expected; // of those that left: some come back
+        for (const int pos : left)
+            expected.push_back(values[size_t(pos)]);
+        for (int i = 0; i < n; ++i) {
+            const int back = left.empty() ? -1 : below(int(left.size()));
+            const bool comesBack = back != -1 && expected[size_t(back)] != -1 && below(2) == 0;
+            items.push_back(comesBack ? std::exchange(expected[size_t(back)], -1) : serial++);
+            arrivals.push_back({positions[size_t(i)], comesBack ? back : -1,
+                                comesBack ? nullptr : std::make_shared<int>(items.back())});
+        }
+        model.exchange(leaving, positions, items);
+        EXPECT_EQ(valuesOf(list.exchange(left, arrivals)), expected);
+        for (const List::Arrival &arrival : arrivals)
+            EXPECT_FALSE(arrival.item) << "left behind where it came from";
     }
 
     void removeMany()
     {
         RangeSet<int> ranges;
-        std::vector<bool> doomed(size_t(list.count()) + 40);
+        std::set<int> doomed;
         for (int i = below(6); i > 0; --i) {
             const int a = below(list.count() + 10); // may lie past the end
             const int b = a + below(20);
             ranges.addRange(a, b);
-            std::fill(doomed.begin() + a, doomed.begin() + qMax(a, b), true);
+            for (int pos = a; pos < b; ++pos)
+                doomed.insert(pos);
         }
-        Values expected = model.remove(doomed);
-        if (below(3) == 0)
-            return list.removeRanges(ranges);
-        std::vector<Handle> out(size_t(list.count()));
-        EXPECT_EQ(list.takeRanges(ranges, out.data()), int(expected.size()));
-        expected.resize(out.size(), -1);
-        EXPECT_EQ(valuesOf(out), expected);
+        model.exchange(doomed, {}, {});
+        model.tidy(); // also when there was nothing to remove
+        list.removeRanges(ranges);
     }
 
     std::mt19937 random;

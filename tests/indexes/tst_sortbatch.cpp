@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <random>
 #include <set>
+#include <tuple>
 
 namespace
 {
@@ -66,7 +67,8 @@ struct Scenario {
     bool oftenUnannounced = false; // half of the batches come without preprocess
 };
 
-class RandomBatches : public ::testing::TestWithParam<Scenario>
+/// Each scenario runs over an index that compares only and over one that tells its columns.
+class RandomBatches : public ::testing::TestWithParam<std::tuple<Scenario, bool>>
 {
 protected:
     int random(int n) { return int(rng() % unsigned(n)); }
@@ -168,11 +170,12 @@ protected:
         EXPECT_EQ(index.indexOfs({row->record}), (QMap<Record, int>{{row->record, position}}));
     }
 
-    const Scenario scenario = GetParam();
+    const Scenario scenario = std::get<0>(GetParam());
+    const bool tellsColumns = std::get<1>(GetParam());
     const unsigned seed = 20240607;
     std::mt19937 rng{seed};
     QuoteTable table;
-    QuoteSort index{&table, kPrice, scenario.listedOnly, false};
+    QuoteSort index{&table, kPrice, scenario.listedOnly, false, tellsColumns};
     std::vector<std::unique_ptr<Row>> pool; // every row ever made, by id
     Rows live;                              // those that the table would hold
     Rows order;                             // those that the index has to hold
@@ -195,15 +198,21 @@ TEST_P(RandomBatches, leaveTheOrderOfThePlainModel)
 
 INSTANTIATE_TEST_SUITE_P(
     IndexSort, RandomBatches,
-    ::testing::Values(Scenario{"a_single_row", 1, 100, 3, 3}, //
-                      Scenario{"a_few_rows", 20, 2000, 25, 12},
-                      Scenario{"a_few_rows_filtered", 20, 2000, 25, 8, Random, true, true},
-                      Scenario{"all_prices_equal", 300, 200, 300, 2, AllEqual},
-                      Scenario{"ascending", 400, 200, 400, 400, Ascending, true},
-                      Scenario{"descending", 400, 200, 400, 400, Descending},
-                      Scenario{"large_batches", 3000, 40, 2000, 50, Random, true, true},
-                      Scenario{"several_chunks", 25000, 12, 2000, 300},
-                      Scenario{"a_large_table", 100000, 4, 2000, 1000000, Ascending, false, true}),
-    [](const auto &info) { return info.param.name; });
+    ::testing::Combine(
+        ::testing::Values(Scenario{"a_single_row", 1, 100, 3, 3}, //
+                          Scenario{"a_few_rows", 20, 2000, 25, 12},
+                          Scenario{"a_few_rows_filtered", 20, 2000, 25, 8, Random, true, true},
+                          Scenario{"all_prices_equal", 300, 200, 300, 2, AllEqual},
+                          Scenario{"ascending", 400, 200, 400, 400, Ascending, true},
+                          Scenario{"descending", 400, 200, 400, 400, Descending},
+                          Scenario{"large_batches", 3000, 40, 2000, 50, Random, true, true},
+                          Scenario{"several_chunks", 25000, 12, 2000, 300},
+                          Scenario{"a_large_table", 100000, 4, 2000, 1000000, Ascending, false,
+                                   true}),
+        ::testing::Bool()),
+    [](const auto &info) {
+        return std::string(std::get<0>(info.param).name) +
+               (std::get<1>(info.param) ? "_by_columns" : "");
+    });
 
 } // namespace

@@ -4,7 +4,10 @@
 
 #include <QtCore/qmap.h>
 
+#include <memory>
 #include <vector>
+
+class SortAid;
 
 /// A table's records, as far as filter() accepts them, in the order of a comparison that a subclass
 /// supplies.
@@ -18,12 +21,13 @@
 ///
 /// A batch of m changes over n records costs O(m log n) comparisons and one pass over the chunks
 /// that it touches: preprocess() notes the positions by the old keys. A batch that comes without
-/// preprocess() finds changed keys by a scan of the handles.
+/// preprocess() finds changed keys by a scan of the handles. An index that tells by setColumns()
+/// what it reads is passed by where nothing of that changes, and compares most rows by numbers
+/// taken from their key cells, without calling compare().
 ///
 /// compare() and filter() see rows that nobody writes meanwhile; compare() is called from several
-/// threads at once while the index sorts. An index whose compare() or filter() throws inside a
-/// batch has to be rebuilt, a master index resorted: either the batch did not reach it at all, or
-/// it holds the right records in a wrong order.
+/// threads at once while the index sorts. When one of them throws inside a batch, the batch does
+/// not reach the index: it has to be rebuilt, a master index resorted.
 class DATABASE_EXPORT IndexSort : public IndexList
 {
 public:
@@ -64,8 +68,11 @@ public:
     IndexSort(Table *table, bool addToTable);
     ~IndexSort() override;
 
+    void clear() override;
     void build() override;
     void add(const Record &record) override;
+    void remove(const Record &record, int index) override;
+    void removeRanges(const RangeSet<int> &ranges) override;
     void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
                     int colTo, const QList<Record> &inserted,
                     const QList<Record> &updatedValues) override;
@@ -107,6 +114,18 @@ public:
     template<class Key, class Comparison>
     int searchBinary(const Key &key, int from, Comparison compare) const;
 
+protected:
+    /// Tells, from a constructor, that compare() orders by the columns \p sorted before anything
+    /// else, as compareCells() does, ascending, the most significant first, and that apart from
+    /// them compare() and filter() read \p filtered at most, and what never changes in a live row.
+    void setColumns(const QList<int> &sorted, const QList<int> &filtered = {});
+    /// The same where compare() orders by \p length bytes at \p offset of a row, which the columns
+    /// \p read lie in.
+    void setKeyBytes(const QList<int> &read, qint64 offset, qint64 length);
+    /// Whether one of the columns told lies in a range; -1 is the first and the last column. True
+    /// when none were told.
+    bool reads(int colFrom, int colTo) const;
+
 private:
     friend class SortBatch;
 
@@ -122,14 +141,26 @@ private:
         int slot;
     };
 
+    class RowFinder;
+
+    /// On which side of its equals a key is looked for.
+    enum class Side { Before, Behind };
+
+    int bound(const Record &key, Side side, int from, int to) const;
     int findByKey(const Record &record) const;
     std::vector<int> findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
-    int lowerBound(const Record &key) const;
-    int upperBound(const Record &key, int from, int to) const;
+    int lowerBound(const Record &key) const { return bound(key, Side::Before, 0, count()); }
+    int upperBound(const Record &key, int from, int to) const
+    {
+        return bound(key, Side::Behind, from, to);
+    }
     void scanForRows(std::vector<Wanted> &wanted, std::vector<int> &positions) const;
     bool inOrder(int before, const Record &record, int after) const;
+    void sortByDigests();
+    void follow(int removed, int inserted, const Record &record);
 
     std::vector<Note> m_notes; // a batch's removed, then updated records; empty outside a batch
+    std::unique_ptr<SortAid> m_aid; // null until the index tells its columns
 };
 
 // ------------------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 // How a sorted index finds many records at once.
 
 #include "database/indexes/indexsort.h"
+#include "database/indexes/sortaid.h"
 
 #include <algorithm>
 
@@ -9,6 +10,10 @@ namespace
 
 // Rows of one key that are looked at by identity before the end of the key's run is searched for.
 constexpr int kProbes = 8;
+// Handles that are compared by identity rather than divided further.
+constexpr int kScanned = 64;
+// Records whose cells and places are asked for ahead of their turn.
+constexpr int kAhead = 12;
 
 /// Turns away most rows that are not in a set, with few bits of memory per row.
 class RowSieve
@@ -35,9 +40,51 @@ private:
 
 } // namespace
 
+// The first position from..to - 1 whose record does not sort before the key, or whose record sorts
+// behind it; to if there is none.
+int IndexSort::bound(const Record &key, Side side, int from, int to) const
+{
+    const auto precedes = [&](const Record &element) {
+        const int order = compare(element, key);
+        return side == Side::Behind ? order <= 0 : order < 0;
+    };
+    quint64 digest;
+    if (!m_aid || !m_aid->guides() || !m_aid->key.read(key.row(), &digest))
+        return m_list.partitionPoint(from, to, precedes);
+    SortGuide::Range range = m_aid->guide.range(digest);
+    SortGuide::Search search(range, digest);
+    if (from > range.first || to < range.last) { // part of the list only
+        range.first = qBound(from, range.first, to);
+        range.last = qBound(range.first, range.last, to);
+        search = SortGuide::Search(range, digest);
+    }
+    if (!search.isOpen())
+        return search.place();
+    const Record *const stretch = m_list.stretch(range.first, range.last);
+    const auto at = [&](int position) -> const Record & {
+        return stretch ? stretch[position - range.first] : m_list.at(position);
+    };
+    // The rows beside the first probe come with it.
+    m_aid->key.prefetch(at(search.probe()).row());
+    m_aid->key.prefetch(at(qMax(search.probe() - 1, range.first)).row());
+    m_aid->key.prefetch(at(qMin(search.probe() + 1, range.last - 1)).row());
+    while (search.isOpen()) {
+        const Record &element = at(search.probe());
+        const quint64 other = m_aid->key(element.row());
+        search.narrow(other != digest ? other < digest : precedes(element));
+    }
+    return search.place();
+}
+
 // The position of this very row where its key says that it stands, or -1.
 int IndexSort::findByKey(const Record &record) const
 {
+    quint64 digest;
+    if (m_aid && m_aid->guides() && m_aid->key.read(record.row(), &digest)) {
+        const SortGuide::Range range = m_aid->guide.range(digest);
+        if (range.last - range.first <= kScanned)
+            return scanForRow(record, range.first, range.last);
+    }
     const int first = lowerBound(record);
     const int probed = qMin(first + kProbes, count());
     const int position = scanForRow(record, first, probed);
@@ -46,34 +93,111 @@ int IndexSort::findByKey(const Record &record) const
     return scanForRow(record, probed, upperBound(record, probed, count()));
 }
 
+/// Finds many rows, one after the other, by their keys.
+class IndexSort::RowFinder
+{
+public:
+    RowFinder(const IndexSort &index, bool rejectedToo)
+        : m_index(index)
+        , m_rejectedToo(rejectedToo)
+        , m_patience(index.count())
+    {
+    }
+
+    std::vector<int> find(const std::vector<const Record *> &rows)
+    {
+        m_positions.reserve(rows.size());
+        const SortAid *aid = m_index.m_aid.get();
+        if (aid && aid->guides())
+            findGuided(rows, *aid);
+        else
+            for (const Record *record : rows)
+                findByKey(*record);
+        m_index.scanForRows(m_wanted, m_positions);
+        return std::move(m_positions);
+    }
+
+private:
+    /// Where the guide says that a row stands.
+    struct Span {
+        const Record *first; // null where it does not say enough
+        int size;
+        int position;
+    };
+
+    // Cells, then places in the list are asked for ahead of their turn: each is a cache miss.
+    void findGuided(const std::vector<const Record *> &rows, const SortAid &aid)
+    {
+        Span spans[kAhead];
+        const size_t n = rows.size();
+        for (size_t i = 0; i < qMin(n, size_t(kAhead)); ++i)
+            aid.key.prefetch(rows[i]->row());
+        for (size_t i = 0; i < n + kAhead; ++i) {
+            if (i >= kAhead)
+                scan(*rows[i - kAhead], spans[i % kAhead]);
+            if (i + kAhead < n)
+                aid.key.prefetch(rows[i + kAhead]->row());
+            if (i < n)
+                spans[i % kAhead] = spanOf(*rows[i], aid);
+        }
+    }
+    Span spanOf(const Record &record, const SortAid &aid) const
+    {
+        quint64 digest;
+        if (!aid.key.read(record.row(), &digest))
+            return {};
+        const SortGuide::Range range = aid.guide.range(digest);
+        if (range.last - range.first > kScanned)
+            return {};
+        const int size = range.last - range.first;
+        const Record *const first = m_index.m_list.stretch(range.first, range.last);
+        for (int i = 0; first && i < size; i += 8)
+            __builtin_prefetch(first + i);
+        return {first, first ? size : 0, range.first};
+    }
+    void scan(const Record &record, const Span &span)
+    {
+        const Record *const last = span.first + span.size;
+        const Record *const found = std::find(span.first, last, record);
+        if (found != last)
+            m_positions.push_back(span.position + int(found - span.first));
+        else
+            findByKey(record);
+    }
+    void findByKey(const Record &record)
+    {
+        const int first = m_index.lowerBound(record);
+        const int probed = qMin(first + kProbes, m_index.count());
+        int position = m_index.scanForRow(record, first, probed);
+        if (position == -1) {
+            const int last = probed < m_index.count()
+                                 ? m_index.upperBound(record, probed, m_index.count())
+                                 : probed;
+            const bool scanned = last - probed <= m_patience;
+            if (scanned) {
+                m_patience -= last - probed;
+                position = m_index.scanForRow(record, probed, last);
+            }
+            if (position == -1 && (!scanned || m_rejectedToo || m_index.filter(record)))
+                m_wanted.push_back({record.row(), int(m_positions.size())});
+        }
+        m_positions.push_back(position);
+    }
+
+    const IndexSort &m_index;
+    const bool m_rejectedToo;
+    int m_patience; // handles that may be looked at one by one before a scan is cheaper
+    std::vector<int> m_positions;
+    std::vector<Wanted> m_wanted;
+};
+
 // The positions of these very rows, -1 where one does not stand here: by their keys, and for those
 // that are not found that way, if the filter accepts them or rejected ones are wanted too, by one
 // scan over the index.
 std::vector<int> IndexSort::findRows(const std::vector<const Record *> &rows,
                                      bool rejectedToo) const
 {
-    std::vector<int> positions;
-    positions.reserve(rows.size());
-    std::vector<Wanted> wanted;
-    int patience = count(); // handles that may be looked at one by one before a scan is cheaper
-    for (const Record *record : rows) {
-        const int first = lowerBound(*record);
-        const int probed = qMin(first + kProbes, count());
-        int position = scanForRow(*record, first, probed);
-        if (position == -1) {
-            const int last = probed < count() ? upperBound(*record, probed, count()) : probed;
-            const bool scanned = last - probed <= patience;
-            if (scanned) {
-                patience -= last - probed;
-                position = scanForRow(*record, probed, last);
-            }
-            if (position == -1 && (!scanned || rejectedToo || filter(*record)))
-                wanted.push_back({record->row(), int(positions.size())});
-        }
-        positions.push_back(position);
-    }
-    scanForRows(wanted, positions);
-    return positions;
+    return RowFinder(*this, rejectedToo).find(rows);
 }
 
 // Looks all wanted rows up in one walk over the index; sorts them by row for that.

@@ -72,6 +72,9 @@ public:
     const T &at(int i) const;
     /// The place of position \p pos, 0..count() - 1. O(log chunks).
     Place locate(int pos) const;
+    /// The handles at the positions from..to - 1, if there are any and they lie in one chunk; null
+    /// otherwise. O(log chunks).
+    const T *stretch(int from, int to) const;
     /// An iterator at position \p pos, 0..count(). O(log chunks).
     const_iterator iteratorAt(int pos) const { return makeIterator<const_iterator>(pos); }
     iterator iteratorAt(int pos) { return makeIterator<iterator>(pos); }
@@ -103,22 +106,28 @@ public:
     /// Adds at the end: to the last chunk while that stays below partSize, else to a new one, so
     /// that chunks filled this way hold partSize - 1 handles and are never cut.
     void append(const T &value);
-    /// Inserts items[i] before position positions[i] of the list as it stands before the call.
+    /// What comes into the list in an exchange.
+    struct Arrival {
+        int position; ///< it goes before this position of the list as it stands before the call
+        int left;     ///< the place in the list of those that leave of the one that it is, or -1
+        T item;       ///< what comes when left is -1
+    };
+    /// Takes out the handles at the positions \p leaving, which ascend strictly, and puts the
+    /// arrivals in, whose positions ascend; those of one position keep their order. Each chunk is
+    /// gone through once, and of its handles only those are moved whose place changes.
     ///
-    /// Positions ascend; items of one position keep their order. The items are moved from and left
-    /// empty. Each chunk is rewritten once, whatever falls into it. Items of a single position are
-    /// laid out as insert() lays out a list; where several positions fall into one chunk and bring
-    /// it to partSize, it is cut into equal pieces below partSize.
-    void mergeInsert(const int *positions, T *items, int n);
+    /// Where everything that arrives in a chunk does so at one position, it is laid out as insert()
+    /// lays out a list; other chunks that come to partSize are cut into equal pieces below it.
+    /// Chunks that become small are joined when anything left.
+    /// \return the handles that left, in list order; empty ones for those that came back. The items
+    /// of the arrivals are left empty.
+    std::vector<T> exchange(const std::vector<int> &leaving, std::vector<Arrival> &arrivals);
 
     /// Removes the handle at \p pos; past the end it does nothing.
     void remove(int pos);
     /// Removes every position of \p ranges in one pass; what lies past the end is ignored. Chunks
     /// that become small are joined, also when there was nothing to remove.
-    void removeRanges(const RangeSet<int> &ranges) { removeCovered(ranges, nullptr); }
-    /// As removeRanges(), but moves the handles in list order to out[0..], which are live before
-    /// and after; \return how many were taken.
-    int takeRanges(const RangeSet<int> &ranges, T *out) { return removeCovered(ranges, out); }
+    void removeRanges(const RangeSet<int> &ranges);
 
     /// Drops every handle and chunk.
     void clear();
@@ -138,15 +147,7 @@ public:
 private:
     using PartPtr = std::unique_ptr<Part>;
 
-    /// The items [first, last) of a merge, which fall into one chunk, and what becomes of it.
-    struct MergeStep {
-        int part;
-        int first;
-        int last;
-        int pieces;   // chunks that the result is cut into
-        int capacity; // what the chunk itself must hold
-    };
-    class BackWriter;
+    class Exchange;
 
     static const T &emptyHandle();
     static int pieceStart(int total, int pieces, int j) { return int(qint64(total) * j / pieces); }
@@ -171,10 +172,7 @@ private:
     void renumber(int c) noexcept;
 
     void insertBlock(int pos, T *items, int n);
-    std::vector<MergeStep> planMerge(const int *positions, int n) const;
-    void mergeInto(Entry pieces, const MergeStep &step, const int *positions, T *items) noexcept;
-    int removeCovered(const RangeSet<int> &ranges, T *out);
-    int takeFromPart(int c, const QList<int> &bounds, int *next, T *out) noexcept;
+    int removeFromPart(int c, const QList<int> &bounds, int *next) noexcept;
 
     const int m_partSize;
     const int m_joinSize;
@@ -253,6 +251,15 @@ typename PartitionList<T>::Place PartitionList<T>::locate(int pos) const
     Q_ASSERT(pos >= 0 && pos < count());
     const auto next = std::upper_bound(m_starts.begin() + 1, m_starts.end(), pos);
     return {int(next - m_starts.begin()) - 1, pos - *(next - 1)};
+}
+
+template<class T>
+const T *PartitionList<T>::stretch(int from, int to) const
+{
+    if (from >= to)
+        return nullptr;
+    const Place place = locate(from);
+    return to <= partStart(place.part + 1) ? part(place.part).begin + place.offset : nullptr;
 }
 
 template<class T>
@@ -340,3 +347,4 @@ PartitionList<T>::FlatView::~FlatView()
 }
 
 #include "database/indexes/partitionlistchanges.h"
+#include "database/indexes/partitionlistexchange.h"

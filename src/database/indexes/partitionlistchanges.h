@@ -206,132 +206,6 @@ void PartitionList<T>::append(const T &value)
     placePart(c + 1, std::move(fresh));
 }
 
-/// Fills a row of chunks from its last place backwards.
-template<class T>
-class PartitionList<T>::BackWriter
-{
-public:
-    BackWriter(Entry pieces, int count)
-        : m_piece(pieces + count - 1)
-        , m_to((*m_piece)->end)
-    {
-    }
-
-    void put(const T *from, int n) noexcept
-    {
-        while (n > 0) {
-            if (m_to == (*m_piece)->begin) {
-                --m_piece;
-                m_to = (*m_piece)->end;
-            }
-            const int fits = qMin(n, int(m_to - (*m_piece)->begin));
-            n -= fits;
-            m_to -= fits;
-            Relocate::move(m_to, from + n, fits);
-        }
-    }
-
-private:
-    Entry m_piece;
-    T *m_to;
-};
-
-template<class T>
-void PartitionList<T>::mergeInsert(const int *positions, T *items, int n)
-{
-    Q_ASSERT(std::is_sorted(positions, positions + n));
-    if (n <= 0)
-        return;
-    if (partCount() == 0 || positions[0] == positions[n - 1]) {
-        insertBlock(qMin(positions[0], count()), items, n);
-        return;
-    }
-    const std::vector<MergeStep> steps = planMerge(positions, n);
-    std::vector<PartPtr> spares;
-    for (const MergeStep &step : steps) {
-        const int total = part(step.part).size + step.last - step.first;
-        for (int j = 1; j < step.pieces; ++j)
-            spares.push_back(makePart(total / step.pieces + 1));
-        if (chunk(step.part).capacity < step.capacity)
-            chunk(step.part).realloc(step.capacity);
-    }
-    QVector<Part *> parts;
-    parts.reserve(m_parts.size() + int(spares.size()));
-    m_starts.reserve(size_t(parts.capacity()));
-
-    // All memory is there: nothing below can fail.
-    auto spare = spares.begin();
-    Entry from = m_parts.constData(); // entries before it stand in parts
-    for (const MergeStep &step : steps) {
-        for (const Entry next = firstEntry() + step.part + 1; from != next; ++from)
-            parts.append(*from);
-        const int first = parts.size() - 1;
-        for (int j = 1; j < step.pieces; ++j)
-            parts.append((spare++)->release());
-        mergeInto(parts.constData() + first, step, positions, items);
-    }
-    for (; from != m_parts.constData() + m_parts.size(); ++from)
-        parts.append(*from);
-    m_parts.swap(parts);
-    renumber(0);
-    Relocate::makeEmpty(items, n);
-}
-
-template<class T>
-std::vector<typename PartitionList<T>::MergeStep> PartitionList<T>::planMerge(const int *positions,
-                                                                              int n) const
-{
-    std::vector<MergeStep> steps;
-    for (int first = 0; first < n;) {
-        Q_ASSERT(positions[first] >= 0 && positions[n - 1] <= count());
-        const int c = partForInsert(positions[first]);
-        const int *end = std::upper_bound(positions + first, positions + n, partStart(c + 1));
-        const int last = int(end - positions);
-        const int total = part(c).size + last - first;
-        MergeStep step{c, first, last, 1, total};
-        if (total >= m_partSize) {
-            if (positions[first] == positions[last - 1]) {
-                step.pieces = 2;
-            } else {
-                step.pieces = (total + m_partSize - 2) / (m_partSize - 1);
-                step.capacity = 0; // it keeps a piece below partSize, which fits
-            }
-        }
-        steps.push_back(step);
-        first = last;
-    }
-    return steps;
-}
-
-/// Merges the items of one step into its chunk, pieces[0], and on into the empty pieces after it.
-/// From the back, so that no handle of the chunk is overwritten before it has moved on: the place
-/// written to never lies before the handles still to be read.
-template<class T>
-void PartitionList<T>::mergeInto(Entry pieces, const MergeStep &step, const int *positions,
-                                 T *items) noexcept
-{
-    const T *old = pieces[0]->begin;
-    int unread = pieces[0]->size;
-    const int start = partStart(step.part);
-    const int total = unread + step.last - step.first;
-    for (int j = 0; j < step.pieces; ++j) {
-        const int pieceEnd = pieceStart(total, step.pieces, j + 1);
-        pieces[j]->resize(pieceEnd - pieceStart(total, step.pieces, j));
-    }
-    BackWriter writer(pieces, step.pieces);
-    for (int last = step.last; last > step.first;) {
-        int first = last - 1;
-        while (first > step.first && positions[first - 1] == positions[first])
-            --first;
-        const int offset = positions[first] - start;
-        writer.put(old + offset, unread - offset);
-        unread = offset;
-        writer.put(items + first, last - first);
-        last = first;
-    }
-    writer.put(old, unread);
-}
-
 template<class T>
 void PartitionList<T>::remove(int pos)
 {
@@ -358,9 +232,8 @@ void PartitionList<T>::remove(int pos)
         joinNext(c - 1);
 }
 
-/// Removes the covered positions: to out, or for good when out is null.
 template<class T>
-int PartitionList<T>::removeCovered(const RangeSet<int> &ranges, T *out)
+void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
 {
     reserveParts(0);
     const QList<int> &bounds = ranges.bounds();
@@ -371,19 +244,18 @@ int PartitionList<T>::removeCovered(const RangeSet<int> &ranges, T *out)
         if (pos >= count())
             break;
         const int c = locate(pos).part;
-        taken += takeFromPart(c, bounds, &next, out ? out + taken : nullptr);
+        taken += removeFromPart(c, bounds, &next);
         pos = partStart(c + 1);
     }
     if (taken > 0)
         dropEmpty();
     joinSmall();
-    return taken;
 }
 
-/// Takes chunk c's share of the ranges from bound *next on, closes the gaps in one pass and moves
+/// Removes chunk c's share of the ranges from bound *next on, closes the gaps in one pass and moves
 /// *next past the ranges that end here.
 template<class T>
-int PartitionList<T>::takeFromPart(int c, const QList<int> &bounds, int *next, T *out) noexcept
+int PartitionList<T>::removeFromPart(int c, const QList<int> &bounds, int *next) noexcept
 {
     Part &from = chunk(c);
     const int start = partStart(c);
@@ -397,10 +269,7 @@ int PartitionList<T>::takeFromPart(int c, const QList<int> &bounds, int *next, T
         Relocate::move(from.begin + written, from.begin + read, a - read);
         written += a - read;
         read = b;
-        if (out)
-            Relocate::replace(out + taken, from.begin + a, b - a);
-        else
-            std::destroy_n(from.begin + a, b - a);
+        std::destroy_n(from.begin + a, b - a);
         taken += b - a;
         if (bounds.at(*next + 1) > limit)
             break; // goes on in the next chunk

@@ -1,9 +1,20 @@
 #include "database/indexes/sortbatch.h"
 
 #include "database/indexes/concurrentsort.h"
-#include "database/tables/firsterror.h"
+#include "database/indexes/sortaid.h"
 
 #include <algorithm>
+#include <optional>
+
+namespace
+{
+
+// Records whose rows or neighbours are asked for ahead of their turn.
+constexpr int kAhead = 12;
+// From here on a sort by digests uses several threads.
+constexpr int kConcurrent = 16384;
+
+} // namespace
 
 SortBatch::SortBatch(IndexSort &index, const QList<Record> &removed, const QList<Record> &updated,
                      const QList<Record> &inserted)
@@ -16,18 +27,41 @@ SortBatch::SortBatch(IndexSort &index, const QList<Record> &removed, const QList
 
 void SortBatch::run()
 {
+    askFilter();
     locate();
-    m_index.m_notes.clear();
     collectAffected();
     decide();
     gatherPending();
-    takeOut();
-    mergePending();
+    findPlaces();
+    apply();
 }
 
 const Record &SortBatch::batchRecord(int slot) const
 {
     return slot < m_removed.size() ? m_removed.at(slot) : m_updated.at(slot - m_removed.size());
+}
+
+void SortBatch::askFilter()
+{
+    m_accepted.reserve(size_t(m_updated.size()));
+    for (const Record &record : m_updated)
+        m_accepted.push_back(m_index.filter(record));
+    m_new.reserve(size_t(m_inserted.size()));
+    for (const Record &record : m_inserted) {
+        if (m_index.filter(record))
+            m_new.push_back(&record);
+    }
+    SortAid *const aid = m_index.m_aid.get();
+    if (!aid)
+        return;
+    // Rows already hold their new values. Where preprocess() has not seen them and they need other
+    // digests, the signposts mean nothing any more.
+    bool changed = aid->learn(m_updated);
+    changed |= aid->learn(m_inserted);
+    if (changed)
+        aid->guide.clear();
+    if (aid->guides())
+        m_aid = aid;
 }
 
 // Positions ---------------------------------------------------------------------------------------
@@ -45,13 +79,18 @@ std::vector<const Record *> SortBatch::affectedRows(const QList<Record> &removed
 }
 
 void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
-                          const QList<Record> &updated)
+                          const QList<Record> &updated, const QList<Record> &inserted,
+                          const QList<Record> &values)
 {
+    if (SortAid *aid = index.m_aid.get()) {
+        bool changed = aid->learn(inserted);
+        changed |= aid->learn(values);
+        if (changed || !aid->guides())
+            aid->setUp();
+    }
     const std::vector<const Record *> rows = affectedRows(removed, updated);
-    // Nothing is noted when one of them throws.
-    index.m_notes.clear();
     // A record that belongs here but does not stand where its key says is searched for: its key has
-    // changed behind the index's back.
+    // changed behind the index's back. Nothing is noted when a comparison throws.
     const std::vector<int> positions = index.findRows(rows, false);
     index.m_notes.reserve(positions.size());
     for (size_t i = 0; i < positions.size(); ++i)
@@ -76,13 +115,14 @@ bool SortBatch::notesHold() const
 
 void SortBatch::locate()
 {
-    if (!notesHold()) {
+    if (notesHold()) {
+        m_positions.reserve(m_index.m_notes.size());
+        for (const auto &note : m_index.m_notes)
+            m_positions.push_back(note.position);
+    } else {
         m_positions = m_index.findRows(affectedRows(m_removed, m_updated), true);
-        return;
     }
-    m_positions.reserve(m_index.m_notes.size());
-    for (const auto &note : m_index.m_notes)
-        m_positions.push_back(note.position);
+    m_index.m_notes.clear();
 }
 
 void SortBatch::collectAffected()
@@ -106,15 +146,43 @@ void SortBatch::collectAffected()
 
 // Who leaves --------------------------------------------------------------------------------------
 
+int SortBatch::compare(const Record &a, const Record &b) const
+{
+    if (m_aid) {
+        const quint64 x = m_aid->key(a.row());
+        const quint64 y = m_aid->key(b.row());
+        if (x != y)
+            return x < y ? -1 : 1;
+    }
+    return m_index.compare(a, b);
+}
+
+bool SortBatch::inOrder(const Affected &affected) const
+{
+    const auto &list = m_index.m_list;
+    const Record &record = m_updated.at(affected.update);
+    if (affected.left >= 0 && compare(list.at(affected.left), record) > 0)
+        return false;
+    return affected.right >= list.count() || compare(record, list.at(affected.right)) <= 0;
+}
+
 void SortBatch::decide()
 {
-    m_accepted.reserve(size_t(m_updated.size()));
-    for (const Record &record : m_updated)
-        m_accepted.push_back(m_index.filter(record));
-    for (Affected &affected : m_affected) {
+    const auto askFor = [this](size_t i) {
+        if (!m_aid || i >= m_affected.size())
+            return;
+        for (const int position : {m_affected[i].left, m_affected[i].right}) {
+            if (position >= 0 && position < m_index.count())
+                m_aid->key.prefetch(m_index.m_list.at(position).row());
+        }
+    };
+    for (size_t i = 0; i < kAhead; ++i)
+        askFor(i);
+    for (size_t i = 0; i < m_affected.size(); ++i) {
+        askFor(i + kAhead);
+        Affected &affected = m_affected[i];
         affected.leaves =
-            affected.update == -1 || !m_accepted[size_t(affected.update)] ||
-            !m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right);
+            affected.update == -1 || !m_accepted[size_t(affected.update)] || !inOrder(affected);
     }
     settleNeighbours();
 }
@@ -145,8 +213,7 @@ void SortBatch::settleNeighbours()
         leaving.clear();
         for (const int i : open) {
             Affected &affected = m_affected[size_t(i)];
-            if (affected.leaves ||
-                m_index.inOrder(affected.left, m_updated.at(affected.update), affected.right))
+            if (affected.leaves || inOrder(affected))
                 continue;
             affected.leaves = true; // its neighbours see it where it is until the round ends
             leaving.push_back(i);
@@ -176,60 +243,236 @@ void SortBatch::unlink(int i)
         m_affected[size_t(right)].left = gone.left;
 }
 
-// The two passes over the list --------------------------------------------------------------------
+// Who comes ---------------------------------------------------------------------------------------
 
 void SortBatch::gatherPending()
 {
-    int taken = 0;
-    std::vector<int> takenOf(size_t(m_updated.size()), -1); // places in m_taken to be
+    std::vector<int> leftOf(size_t(m_updated.size()), -1); // places among those that leave
     for (const Affected &affected : m_affected) {
         if (!affected.leaves)
             continue;
-        m_leaving.addRange(affected.position, affected.position + 1);
         if (affected.update != -1)
-            takenOf[size_t(affected.update)] = taken;
-        ++taken;
+            leftOf[size_t(affected.update)] = int(m_leaving.size());
+        m_leaving.push_back(affected.position);
     }
-    m_taken.resize(size_t(taken));
-
-    m_pending.reserve(size_t(m_inserted.size() + m_updated.size()));
-    for (const Record &record : m_inserted) {
-        if (m_index.filter(record))
-            m_pending.push_back({record.row(), -1});
-    }
+    const auto add = [this](const Record &record, int left) {
+        m_pending.push_back({m_aid ? m_aid->key(record.row()) : 0, record.row(), left, 0});
+    };
+    m_pending.reserve(m_new.size() + size_t(m_updated.size()));
+    for (const Record *record : m_new)
+        add(*record, -1);
     for (int i = 0; i < m_updated.size(); ++i) {
         const bool outside = m_positions[size_t(m_removed.size() + i)] == -1;
-        if (m_accepted[size_t(i)] && (outside || takenOf[size_t(i)] != -1))
-            m_pending.push_back({m_updated.at(i).row(), takenOf[size_t(i)]});
+        if (m_accepted[size_t(i)] && (outside || leftOf[size_t(i)] != -1))
+            add(m_updated.at(i), leftOf[size_t(i)]);
     }
-    ConcurrentSort::stableSortHelper(m_pending.begin(), m_pending.end(),
-                                     IndexSort::LessThan(&m_index));
+    const auto before = [this](const Pending &a, const Pending &b) {
+        return a.digest != b.digest ? a.digest < b.digest : m_index.compare(a, b) < 0;
+    };
+    if (m_aid && m_pending.size() < kConcurrent)
+        std::stable_sort(m_pending.begin(), m_pending.end(), before);
+    else
+        ConcurrentSort::stableSortHelper(m_pending.begin(), m_pending.end(), before);
 }
 
-void SortBatch::takeOut()
+/// Finds places among the records that stay, for records in ascending order.
+class SortBatch::PlaceFinder
 {
-    m_index.m_list.takeRanges(m_leaving, m_taken.data());
-}
-
-void SortBatch::mergePending()
-{
-    std::vector<Record> records;
-    records.reserve(m_pending.size());
-    for (const Pending &pending : m_pending) {
-        if (pending.taken != -1)
-            records.push_back(std::move(m_taken[size_t(pending.taken)]));
-        else
-            records.push_back(pending);
+public:
+    explicit PlaceFinder(SortBatch &batch)
+        : m_batch(batch)
+        , m_aid(batch.m_aid)
+        , m_list(batch.m_index.m_list)
+        , m_leaving(batch.m_leaving)
+    {
     }
-    std::vector<int> positions(records.size(), m_index.count());
-    FirstError error;
-    error.run([&] {
-        int cursor = 0;
-        for (size_t i = 0; i < records.size(); ++i) {
-            cursor = m_index.upperBound(records[i], cursor, m_index.count());
-            positions[i] = cursor;
+
+    void run()
+    {
+        std::vector<Pending> &pending = m_batch.m_pending;
+        for (size_t i = 0; i < pending.size(); i += kTile) {
+            const size_t n = qMin(pending.size() - i, size_t(kTile));
+            if (m_aid)
+                findGuided(&pending[i], n);
+            else
+                std::for_each_n(&pending[i], n, [this](Pending &each) { findAnywhere(each); });
         }
-    });
-    m_index.m_list.mergeInsert(positions.data(), records.data(), int(records.size()));
-    error.rethrow();
+    }
+
+private:
+    // Searches that go on side by side, so that the rows of all of them are on their way at once.
+    static constexpr int kTile = 32;
+    static constexpr int kShort = 64;
+    /// A search among the positions of a range.
+    struct Search {
+        SortGuide::Range range;
+        SortGuide::Search probes;
+        const Record *stretch = nullptr; // the records of the range if they lie side by side
+        const Record *stayer = nullptr;  // at the probe, or before it; null if all before it leave
+        bool isBehind = false;           // whether one was found that it comes behind
+    };
+
+    /// The nearest record at a position or before it, down to \p first, that stays; null if there
+    /// is none. Along the list the answers of a search about those change once.
+    const Record *stayerUpTo(int position, int first, const Record *stretch = nullptr) const
+    {
+        auto leaver = std::upper_bound(m_leaving.begin(), m_leaving.end(), position);
+        while (leaver != m_leaving.begin() && *(leaver - 1) == position) {
+            --leaver;
+            --position;
+        }
+        if (position < first)
+            return nullptr;
+        return stretch ? stretch + (position - first) : &m_list.at(position);
+    }
+    const Record *stayerFrom(int position) const
+    {
+        auto leaver = std::lower_bound(m_leaving.begin(), m_leaving.end(), position);
+        for (; leaver != m_leaving.end() && *leaver == position; ++leaver)
+            ++position;
+        return position < m_list.count() ? &m_list.at(position) : nullptr;
+    }
+    int compare(const Record &stayer, const Pending &pending) const
+    {
+        if (m_aid) {
+            const quint64 digest = m_aid->key(stayer.row());
+            if (digest != pending.digest)
+                return digest < pending.digest ? -1 : 1;
+        }
+        return m_batch.m_index.compare(stayer, pending);
+    }
+    void look(Search &search) const
+    {
+        search.stayer = stayerUpTo(search.probes.probe(), search.range.first, search.stretch);
+    }
+    void narrow(Search &search, const Pending &pending) const
+    {
+        const bool precedes = search.stayer && compare(*search.stayer, pending) <= 0;
+        search.isBehind |= precedes;
+        search.probes.narrow(precedes || !search.stayer);
+    }
+    void findAnywhere(Pending &pending)
+    {
+        const SortGuide::Range all{m_done, m_list.count(), 0, 1};
+        Search search{all, {all, 0}, nullptr};
+        while (search.probes.isOpen()) {
+            look(search);
+            narrow(search, pending);
+        }
+        m_done = pending.position = search.probes.place();
+    }
+
+    void findGuided(Pending *pending, size_t n)
+    {
+        Search searches[kTile];
+        for (size_t i = 0; i < n; ++i) {
+            const SortGuide::Range range = m_aid->guide.range(pending[i].digest);
+            searches[i] = {
+                range, {range, pending[i].digest}, m_list.stretch(range.first, range.last)};
+            if (searches[i].stretch)
+                __builtin_prefetch(searches[i].stretch +
+                                   (searches[i].probes.probe() - range.first));
+        }
+        for (bool open = true; open;) {
+            open = false;
+            for (size_t i = 0; i < n; ++i) {
+                if (!isShort(searches[i]))
+                    continue;
+                look(searches[i]);
+                if (searches[i].stayer)
+                    m_aid->key.prefetch(searches[i].stayer->row());
+                open = true;
+            }
+            for (size_t i = 0; i < n; ++i) {
+                if (isShort(searches[i]))
+                    narrow(searches[i], pending[i]);
+            }
+        }
+        for (size_t i = 0; i < n; ++i) {
+            Search &search = searches[i];
+            search.probes.skipTo(m_done);
+            while (search.probes.isOpen()) {
+                look(search);
+                narrow(search, pending[i]);
+            }
+            if (fits(search, search.probes.place(), pending[i]))
+                m_done = pending[i].position = search.probes.place();
+            else
+                findAnywhere(pending[i]);
+        }
+    }
+    // Longer ranges hold many equals, which what was found before mostly settles.
+    static bool isShort(const Search &search)
+    {
+        return search.probes.isOpen() && search.probes.size() <= kShort;
+    }
+    // Records that stay may have changed as well, and have passed a signpost on the way: what lies
+    // beside the range is looked at where the search did not come away from its edge.
+    bool fits(const Search &search, int place, const Pending &pending) const
+    {
+        if (!search.isBehind && place > m_done) {
+            const Record *const before = stayerUpTo(place - 1, m_done);
+            if (before && compare(*before, pending) > 0)
+                return false;
+        }
+        const Record *const after = place >= search.range.last ? stayerFrom(place) : nullptr;
+        return !after || compare(*after, pending) > 0;
+    }
+
+    SortBatch &m_batch;
+    const SortAid *const m_aid;
+    const PartitionList<Record> &m_list;
+    const std::vector<int> &m_leaving;
+    int m_done = 0; // what is still to come belongs at this position or behind it
+};
+
+void SortBatch::findPlaces()
+{
+    PlaceFinder(*this).run();
+}
+
+// The list changes --------------------------------------------------------------------------------
+
+void SortBatch::apply()
+{
+    std::vector<PartitionList<Record>::Arrival> arrivals;
+    arrivals.reserve(m_pending.size());
+    for (const Pending &pending : m_pending)
+        arrivals.push_back(
+            {pending.position, pending.left, pending.left == -1 ? Record(pending.row) : Record()});
+    // Dropped when signposts and list agree again.
+    const std::vector<Record> left = m_index.m_list.exchange(m_leaving, arrivals);
+    moveSignposts();
+}
+
+void SortBatch::moveSignposts()
+{
+    SortAid *const aid = m_index.m_aid.get();
+    if (!aid)
+        return;
+    if (!m_aid) {
+        aid->setUp();
+        return;
+    }
+    // A record that stays may have passed a signpost: it counts as one that comes behind itself.
+    std::vector<int> removed;
+    std::vector<SortGuide::Insertion> inserted;
+    removed.reserve(m_affected.size());
+    inserted.reserve(m_pending.size() + m_affected.size() - m_leaving.size());
+    auto pending = m_pending.begin();
+    const auto comeUpTo = [&](int position) {
+        for (; pending != m_pending.end() && pending->position <= position; ++pending)
+            inserted.push_back({pending->position, pending->digest});
+    };
+    for (const Affected &affected : m_affected) {
+        removed.push_back(affected.position);
+        if (affected.leaves)
+            continue;
+        comeUpTo(affected.position);
+        const Record &record = m_updated.at(affected.update);
+        inserted.push_back({affected.position + 1, aid->key(record.row())});
+    }
+    comeUpTo(m_index.count() + int(m_leaving.size()));
+    aid->guide.update(removed.data(), int(removed.size()), inserted.data(), int(inserted.size()),
+                      aid->digestAt());
 }

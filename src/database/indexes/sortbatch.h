@@ -16,11 +16,12 @@
 /// change together: of 1 2 3 4 with 2 -> 10 and 3 -> 11, the 11 is out of order before the 4, and
 /// once it has left so is the 10.
 ///
-/// Works on plain arrays whose lengths are those of the batch; lives for one process() call.
+/// Works on plain arrays whose lengths are those of the batch; lives for one process() call. Rows
+/// lie all over the memory: whatever is about to be looked at is asked for ahead of its turn, for
+/// many records at once.
 ///
-/// Everything is asked of the filter and, but for the places in the list, of the comparison before
-/// the list changes: when one of them throws by then, the list is as it was before the batch. Where
-/// the search for a place throws, the records that have none yet go to the end.
+/// Everything is asked of the filter and the comparison before the list changes: when one of them
+/// throws, the list is as it was before the batch.
 class SortBatch
 {
 public:
@@ -29,9 +30,11 @@ public:
 
     void run();
 
-    /// Notes where the records stand by the keys that they have now, before they change.
+    /// Notes where the records stand by the keys that they have now, before they change, and learns
+    /// from the rows and values to come which digests will do.
     static void takeNotes(IndexSort &index, const QList<Record> &removed,
-                          const QList<Record> &updated);
+                          const QList<Record> &updated, const QList<Record> &inserted,
+                          const QList<Record> &values);
 
 private:
     /// A record of the batch that stands in the index.
@@ -43,37 +46,44 @@ private:
         bool leaves;
     };
 
-    /// A record to merge in. The plain row stands for its handle while the records are sorted, so
-    /// that a comparison which throws in the middle loses no reference.
+    /// A record to merge in. The plain row stands for its handle, which is where it was.
     struct Pending {
         operator const Record &() const { return reinterpret_cast<const Record &>(row); }
 
+        quint64 digest; // 0 where there are none
         uchar *row;
-        int taken; // its place among those that leave, -1 for a record from outside the index
+        int left;     // its place among those that leave, -1 for a record from outside the index
+        int position; // before which position it belongs
     };
+    class PlaceFinder;
 
     static std::vector<const Record *> affectedRows(const QList<Record> &removed,
                                                     const QList<Record> &updated);
     const Record &batchRecord(int slot) const;
     bool notesHold() const;
+    void askFilter();
     void locate();
     void collectAffected();
     void decide();
     void settleNeighbours();
     int affectedAt(int from, int position) const;
     void unlink(int i);
+    int compare(const Record &a, const Record &b) const;
+    bool inOrder(const Affected &affected) const;
     void gatherPending();
-    void takeOut();
-    void mergePending();
+    void findPlaces();
+    void apply();
+    void moveSignposts();
 
     IndexSort &m_index;
     const QList<Record> &m_removed;
     const QList<Record> &m_updated;
     const QList<Record> &m_inserted;
-    std::vector<int> m_positions;     // of the removed, then the updated records; -1 if not there
-    std::vector<bool> m_accepted;     // whether the filter accepts each updated record
-    std::vector<Affected> m_affected; // by position, each position once
-    RangeSet<int> m_leaving;          // the positions of those that leave
-    std::vector<Record> m_taken;      // their handles, by position
-    std::vector<Pending> m_pending;   // what is merged in
+    SortAid *m_aid = nullptr;          // the index's, if its digests cover the whole batch
+    std::vector<bool> m_accepted;      // whether the filter accepts each updated record
+    std::vector<const Record *> m_new; // the inserted records that it accepts
+    std::vector<int> m_positions;      // of the removed, then the updated; -1 if not there
+    std::vector<Affected> m_affected;  // by position, each position once
+    std::vector<int> m_leaving;        // the positions of those that leave
+    std::vector<Pending> m_pending;    // what is merged in
 };

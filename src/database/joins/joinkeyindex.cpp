@@ -10,6 +10,10 @@ JoinKeyIndex::JoinKeyIndex(Table *main, const std::vector<const TableColumnDef *
     : IndexSort(main, false)
     , m_columns(columns)
 {
+    QList<int> numbers;
+    for (const TableColumnDef *column : columns)
+        numbers.append(column->index);
+    setColumns(numbers); // the main table's own key never changes in a live row
 }
 
 int JoinKeyIndex::compareKeys(const Record &a, const Record &b) const
@@ -27,32 +31,9 @@ int JoinKeyIndex::compare(const Record &a, const Record &b) const
     return order != 0 ? order : table()->masterIndex()->compare(a, b);
 }
 
-bool JoinKeyIndex::isTouched(int colFrom, int colTo) const
-{
-    return std::any_of(m_columns.begin(), m_columns.end(), [&](const TableColumnDef *column) {
-        return column->index >= colFrom && (colTo < 0 || column->index <= colTo);
-    });
-}
-
-void JoinKeyIndex::preprocess(const QList<Record> &removed, const QList<Record> &updated,
-                              int colFrom, int colTo, const QList<Record> &inserted,
-                              const QList<Record> &updatedValues)
-{
-    const bool touched = isTouched(colFrom, colTo);
-    IndexSort::preprocess(removed, touched ? updated : QList<Record>(), colFrom, colTo, inserted,
-                          touched ? updatedValues : QList<Record>());
-}
-
-void JoinKeyIndex::process(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
-                           int colTo, const QList<Record> &inserted)
-{
-    IndexSort::process(removed, isTouched(colFrom, colTo) ? updated : QList<Record>(), colFrom,
-                       colTo, inserted);
-}
-
 void JoinKeyIndex::update(const Record &record, int colFrom, int colTo, int index)
 {
-    if (isTouched(colFrom, colTo))
+    if (reads(colFrom, colTo))
         IndexSort::update(record, colFrom, colTo, index);
 }
 

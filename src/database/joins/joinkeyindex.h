@@ -18,16 +18,10 @@ public:
     JoinKeyIndex(Table *main, const std::vector<const TableColumnDef *> &columns);
 
     int compare(const Record &a, const Record &b) const override;
-    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
-                    int colTo, const QList<Record> &inserted,
-                    const QList<Record> &updatedValues) override;
-    void process(const QList<Record> &removed, const QList<Record> &updated, int colFrom, int colTo,
-                 const QList<Record> &inserted) override;
     void update(const Record &record, int colFrom, int colTo, int index) override;
 
     int compareKeys(const Record &a, const Record &b) const;
-    /// Whether one of the columns lies in a range; -1 is the first and the last column.
-    bool isTouched(int colFrom, int colTo) const;
+    using IndexSort::reads;
     /// The positions, first and behind the last, of the rows whose columns are those of \p row.
     QPair<int, int> rangeOf(const Record &row) const;
 

@@ -161,7 +161,7 @@ bool TableJoinDep::shows(int colFrom, int colTo) const
 
 bool TableJoinDep::isKeyTouched(int colFrom, int colTo) const
 {
-    return m_byKey->isTouched(colFrom, colTo);
+    return m_byKey->reads(colFrom, colTo);
 }
 
 bool TableJoinDep::isTouched(int colFrom, int colTo) const

@@ -1,0 +1,255 @@
+#pragma once
+
+// How a PartitionList takes a whole batch: the body of exchange(), included at the end of
+// partitionlist.h.
+
+#include "database/indexes/partitionlist.h"
+
+/// One exchange. Everything that may fail is done while the list is still as it was: plan() finds
+/// what happens to which chunk and gets all memory, run() moves handles.
+template<class T>
+class PartitionList<T>::Exchange
+{
+public:
+    Exchange(PartitionList &list, const std::vector<int> &leaving, std::vector<Arrival> &arrivals)
+        : m_list(list)
+        , m_leaving(leaving)
+        , m_arrivals(arrivals)
+        , m_left(leaving.size())
+    {
+    }
+
+    void plan();
+    std::vector<T> run() noexcept;
+
+private:
+    /// What happens to one chunk.
+    struct Step {
+        int part;
+        int leavingFirst, leavingLast; // those that leave it
+        int firstArrival, lastArrival; // those that come
+        int total;                     // handles afterwards
+        int pieces;                    // chunks that they are cut into
+    };
+    /// Handles of the chunk that stay side by side.
+    struct Segment {
+        int from;
+        int size;
+        int to;
+    };
+
+    int piecesOf(const Step &step) const;
+    void trace(const Step &step) noexcept;
+    void rearrange(const Step &step) noexcept;
+    void distribute(const Step &step, PartPtr *pieces) noexcept;
+    T *itemOf(Arrival &arrival) noexcept
+    {
+        return arrival.left == -1 ? &arrival.item : &m_left[size_t(arrival.left)];
+    }
+
+    PartitionList &m_list;
+    const std::vector<int> &m_leaving;
+    std::vector<Arrival> &m_arrivals;
+    std::vector<T> m_left;
+    std::vector<Step> m_steps;
+    std::vector<PartPtr> m_fresh;    // the pieces of the chunks that are cut, in order
+    std::vector<Segment> m_segments; // of the chunk at hand
+    std::vector<int> m_places;       // in it, of those that come
+    QVector<typename PartitionList::Part *> m_parts; // the list's to be, when chunks are cut
+};
+
+// ------------------------------------------------------------------------------------------------
+
+template<class T>
+std::vector<T> PartitionList<T>::exchange(const std::vector<int> &leaving,
+                                          std::vector<Arrival> &arrivals)
+{
+    Exchange exchange(*this, leaving, arrivals);
+    exchange.plan();
+    return exchange.run();
+}
+
+template<class T>
+void PartitionList<T>::Exchange::plan()
+{
+    m_list.reserveParts(1);
+    const int leavers = int(m_leaving.size());
+    const int arrivals = int(m_arrivals.size());
+    int most = 0; // of what happens to one chunk
+    for (int l = 0, a = 0; l < leavers || a < arrivals;) {
+        int c = m_list.partCount();
+        if (a < arrivals)
+            c = m_list.partForInsert(m_arrivals[size_t(a)].position);
+        if (l < leavers)
+            c = qMin(c, m_list.locate(m_leaving[size_t(l)]).part);
+        if (c == m_list.partCount()) { // everything into an empty list
+            Q_ASSERT(c == 0);
+            m_steps.push_back({c, l, l, a, arrivals, arrivals - a, 1});
+            break;
+        }
+        const int end = m_list.partStart(c + 1);
+        Step step{c, l, l, a, a, m_list.part(c).size, 1};
+        while (step.leavingLast < leavers && m_leaving[size_t(step.leavingLast)] < end)
+            ++step.leavingLast;
+        while (step.lastArrival < arrivals && m_arrivals[size_t(step.lastArrival)].position <= end)
+            ++step.lastArrival;
+        l = step.leavingLast;
+        a = step.lastArrival;
+        step.total += (a - step.firstArrival) - (l - step.leavingFirst);
+        m_steps.push_back(step);
+    }
+    int added = 0;
+    for (Step &step : m_steps) {
+        most =
+            qMax(most, step.leavingLast - step.leavingFirst + step.lastArrival - step.firstArrival);
+        const bool isNew = step.part == m_list.partCount();
+        step.pieces = piecesOf(step);
+        for (int j = 0; (isNew || step.pieces > 1) && j < step.pieces; ++j)
+            m_fresh.push_back(m_list.makePart(pieceStart(step.total, step.pieces, j + 1) -
+                                              pieceStart(step.total, step.pieces, j)));
+        added += isNew ? step.pieces : step.pieces - 1;
+    }
+    m_segments.reserve(size_t(most) + 1);
+    m_places.reserve(size_t(most));
+    if (!m_fresh.empty()) {
+        m_parts.reserve(m_list.m_parts.size() + added);
+        m_list.m_starts.reserve(size_t(m_parts.capacity()));
+    }
+}
+
+template<class T>
+int PartitionList<T>::Exchange::piecesOf(const Step &step) const
+{
+    if (step.total < m_list.m_partSize || step.firstArrival == step.lastArrival)
+        return 1;
+    const bool isOneBlock = step.leavingFirst == step.leavingLast &&
+                            m_arrivals[size_t(step.firstArrival)].position ==
+                                m_arrivals[size_t(step.lastArrival) - 1].position;
+    if (isOneBlock)
+        return 2;
+    return (step.total + m_list.m_partSize - 2) / (m_list.m_partSize - 1);
+}
+
+template<class T>
+std::vector<T> PartitionList<T>::Exchange::run() noexcept
+{
+    for (const Step &step : m_steps) {
+        for (int l = step.leavingFirst; l < step.leavingLast; ++l) {
+            const int offset = m_leaving[size_t(l)] - m_list.partStart(step.part);
+            Relocate::replace(&m_left[size_t(l)], m_list.part(step.part).begin + offset, 1);
+        }
+    }
+    PartPtr *fresh = m_fresh.data();
+    Entry from = m_list.m_parts.constData(); // entries before it stand in m_parts
+    for (const Step &step : m_steps) {
+        const bool isNew = step.part == m_list.partCount();
+        trace(step);
+        if (!isNew && step.pieces == 1) {
+            rearrange(step);
+            continue;
+        }
+        for (const Entry next = m_list.firstEntry() + step.part; from != next; ++from)
+            m_parts.append(*from);
+        distribute(step, fresh);
+        for (int j = 0; j < step.pieces; ++j)
+            m_parts.append((fresh++)->release());
+        if (!isNew) {
+            m_list.chunk(step.part).resize(0); // its handles have moved on
+            delete *from++;
+        }
+    }
+    if (!m_fresh.empty()) {
+        for (; from != m_list.m_parts.constData() + m_list.m_parts.size(); ++from)
+            m_parts.append(*from);
+        m_list.m_parts.swap(m_parts);
+    }
+    m_list.dropEmpty();
+    if (!m_leaving.empty())
+        m_list.joinSmall();
+    return std::move(m_left);
+}
+
+/// Finds which handles of a chunk stay side by side, and the places of all that is in it
+/// afterwards.
+template<class T>
+void PartitionList<T>::Exchange::trace(const Step &step) noexcept
+{
+    m_segments.clear();
+    m_places.clear();
+    const int start = m_list.partStart(step.part);
+    const int size = m_list.partStart(qMin(step.part + 1, m_list.partCount())) - start;
+    int from = 0;
+    int to = 0;
+    const auto passTo = [&](int offset) {
+        if (offset > from)
+            m_segments.push_back({from, offset - from, to});
+        to += offset - from;
+        from = offset;
+    };
+    int l = step.leavingFirst;
+    for (int a = step.firstArrival; a < step.lastArrival; ++a) {
+        const int offset = m_arrivals[size_t(a)].position - start;
+        for (; l < step.leavingLast && m_leaving[size_t(l)] - start < offset; ++l, ++from)
+            passTo(m_leaving[size_t(l)] - start);
+        passTo(offset);
+        m_places.push_back(to++);
+    }
+    for (; l < step.leavingLast; ++l, ++from)
+        passTo(m_leaving[size_t(l)] - start);
+    passTo(size);
+}
+
+/// Moves a chunk's handles within it. Segments that go down move first, in ascending order, then
+/// those that go up, in descending order: no segment lands on one that has not moved yet.
+template<class T>
+void PartitionList<T>::Exchange::rearrange(const Step &step) noexcept
+{
+    Part &part = m_list.chunk(step.part);
+    for (auto segment = m_segments.begin(); segment != m_segments.end(); ++segment) {
+        if (segment->to < segment->from)
+            Relocate::move(part.begin + segment->to, part.begin + segment->from, segment->size);
+    }
+    for (auto segment = m_segments.rbegin(); segment != m_segments.rend(); ++segment) {
+        if (segment->to > segment->from)
+            Relocate::move(part.begin + segment->to, part.begin + segment->from, segment->size);
+    }
+    for (int a = step.firstArrival; a < step.lastArrival; ++a) {
+        T *const item = itemOf(m_arrivals[size_t(a)]);
+        Relocate::move(part.begin + m_places[size_t(a - step.firstArrival)], item, 1);
+        Relocate::makeEmpty(item, 1);
+    }
+    part.resize(step.total);
+}
+
+/// Moves a chunk's handles, and what comes, to the pieces that it is cut into.
+template<class T>
+void PartitionList<T>::Exchange::distribute(const Step &step, PartPtr *pieces) noexcept
+{
+    int piece = 0;
+    const auto pieceEnd = [&] { return pieceStart(step.total, step.pieces, piece + 1); };
+    int next = 0; // place among all of them
+    const auto put = [&](const T *from, int n) {
+        while (n > 0) {
+            while (next == pieceEnd())
+                ++piece;
+            Part &target = *pieces[piece];
+            const int fits = qMin(n, pieceEnd() - next);
+            Relocate::move(target.end, from, fits);
+            target.resize(target.size + fits);
+            from += fits;
+            n -= fits;
+            next += fits;
+        }
+    };
+    const T *const old = step.part < m_list.partCount() ? m_list.part(step.part).begin : nullptr;
+    auto segment = m_segments.begin();
+    for (int a = step.firstArrival; a < step.lastArrival; ++a) {
+        for (; segment != m_segments.end() && segment->to == next; ++segment)
+            put(old + segment->from, segment->size);
+        T *const item = itemOf(m_arrivals[size_t(a)]);
+        put(item, 1);
+        Relocate::makeEmpty(item, 1);
+    }
+    for (; segment != m_segments.end(); ++segment)
+        put(old + segment->from, segment->size);
+}

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "database/indexes/partitionlist.h"
+#include "database/indexes/sortguide.h"
+#include "database/indexes/sortkey.h"
+#include "database/record.h"
+
+#include <algorithm>
+#include <vector>
+
+/// What a sorted index keeps beside its list once it has said which columns it reads: digests of
+/// its keys, signposts along the list, and the columns themselves.
+///
+/// The guide is of use while it counts as many rows as the list and the key is on. Where it is not,
+/// because the list was changed past it or keys have no digests, everything is left to compare();
+/// the next batch sets it up again.
+class SortAid
+{
+public:
+    explicit SortAid(const PartitionList<Record> &list)
+        : m_list(list)
+    {
+    }
+
+    SortKey key;
+    SortGuide guide;
+    std::vector<int> columns; ///< that compare() and filter() read
+
+    bool reads(int colFrom, int colTo) const
+    {
+        return std::any_of(columns.begin(), columns.end(), [=](int column) {
+            return column >= colFrom && (colTo < 0 || column <= colTo);
+        });
+    }
+    bool guides() const { return key.isOn() && guide.count() == m_list.count(); }
+
+    /// Takes new rows among those that have digests. \return whether the digests of all changed
+    template<class Rows>
+    bool learn(const Rows &rows)
+    {
+        constexpr int kAhead = 16;
+        bool changed = false;
+        auto ahead = rows.begin();
+        for (int i = 0; i < kAhead && ahead != rows.end(); ++i)
+            key.prefetch((ahead++)->row());
+        for (const Record &row : rows) {
+            if (ahead != rows.end())
+                key.prefetch((ahead++)->row());
+            changed |= key.learn(row.row());
+        }
+        return changed;
+    }
+    SortGuide::DigestAt digestAt() const
+    {
+        return [this](int position) { return key(m_list.at(position).row()); };
+    }
+    /// Sets the signposts anew, if there are digests.
+    void setUp()
+    {
+        guide.clear();
+        if (key.isOn())
+            guide.build(m_list.count(), digestAt());
+    }
+    /// Forgets everything about rows.
+    void reset()
+    {
+        key.reset();
+        guide.clear();
+    }
+
+private:
+    const PartitionList<Record> &m_list; // the index's own
+};

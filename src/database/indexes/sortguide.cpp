@@ -1,0 +1,333 @@
+#include "database/indexes/sortguide.h"
+
+#include <algorithm>
+#include <limits>
+
+struct SortGuide::Block {
+    int posts = 0;
+    quint16 places[kPosts]; // counted from the block's first row
+    quint64 digests[kPosts];
+
+    /// Takes a row with the digest in before the one at \p place, into a block of \p rows.
+    /// \return false when its group has become too large
+    bool insert(int place, quint64 digest, int rows);
+    /// Takes the row at \p place out of \p rows. \return false when few posts are left
+    bool remove(int place, int rows);
+
+private:
+    void erase(int post)
+    {
+        --posts;
+        std::copy(places + post + 1, places + posts + 1, places + post);
+        std::copy(digests + post + 1, digests + posts + 1, digests + post);
+    }
+    void shift(int from, int by)
+    {
+        for (int post = from; post < posts; ++post)
+            places[post] = quint16(places[post] + by);
+    }
+    /// The last post at or before a place.
+    int postOf(int place) const
+    {
+        return int(std::upper_bound(places, places + posts, place) - places) - 1;
+    }
+    int sizeOf(int post, int rows) const
+    {
+        return (post + 1 < posts ? places[post + 1] : rows) - places[post];
+    }
+};
+
+bool SortGuide::Block::insert(int place, quint64 digest, int rows)
+{
+    if (posts == 0) {
+        posts = 1;
+        places[0] = 0;
+        digests[0] = digest;
+        return true;
+    }
+    int post = postOf(place);
+    if (places[post] == place && digest < digests[post]) {
+        if (post > 0)
+            --post;
+        else
+            digests[0] = digest;
+    }
+    shift(post + 1, 1);
+    return sizeOf(post, rows + 1) <= kLargeGroup;
+}
+
+bool SortGuide::Block::remove(int place, int rows)
+{
+    const int post = postOf(place);
+    shift(post + 1, -1);
+    --rows;
+    if (sizeOf(post, rows) == 0)
+        erase(post);
+    else if (post + 1 < posts && sizeOf(post, rows) + sizeOf(post + 1, rows) <= kGroup / 2)
+        erase(post + 1);
+    return posts >= kFewPosts;
+}
+
+namespace
+{
+
+// A search without branches: which half it goes on in cannot be predicted.
+template<class Before>
+int partition(const quint64 *values, int n, Before before)
+{
+    const quint64 *at = values;
+    while (n > 1) {
+        const int half = n / 2;
+        at += before(at[half - 1]) ? half : 0;
+        n -= half;
+    }
+    return int(at - values) + int(n == 1 && before(*at));
+}
+
+int countBelow(const quint64 *values, int n, quint64 limit)
+{
+    return partition(values, n, [limit](quint64 value) { return value < limit; });
+}
+
+int countUpTo(const quint64 *values, int n, quint64 limit)
+{
+    return partition(values, n, [limit](quint64 value) { return value <= limit; });
+}
+
+} // namespace
+
+SortGuide::SortGuide()
+    : m_bases(1, 0)
+{
+}
+
+SortGuide::~SortGuide() = default;
+
+SortGuide::Range SortGuide::range(quint64 digest) const
+{
+    const int blocks = int(m_blocks.size());
+    Range range{0, count(), 0, std::numeric_limits<quint64>::max()};
+    int b = countBelow(m_digests.data(), blocks, digest) - 1;
+    int post = 0; // the first one that is not below the digest
+    if (b >= 0) {
+        const Block &block = *m_blocks[size_t(b)];
+        post = countBelow(block.digests, block.posts, digest);
+        range.first = m_bases[size_t(b)] + block.places[post - 1];
+        range.low = block.digests[post - 1];
+        if (post == block.posts) {
+            ++b;
+            post = 0;
+        }
+    } else {
+        b = 0;
+    }
+    if (b == blocks)
+        return range;
+    if (m_blocks[size_t(b)]->digests[post] == digest) { // rows that are equal may fill many groups
+        b = countUpTo(m_digests.data(), blocks, digest) - 1;
+        post = countUpTo(m_blocks[size_t(b)]->digests, m_blocks[size_t(b)]->posts, digest);
+        if (post == m_blocks[size_t(b)]->posts) {
+            ++b;
+            post = 0;
+        }
+        if (b == blocks)
+            return range;
+    }
+    range.last = m_bases[size_t(b)] + m_blocks[size_t(b)]->places[post];
+    range.high = m_blocks[size_t(b)]->digests[post];
+    return range;
+}
+
+void SortGuide::clear()
+{
+    m_blocks.clear();
+    m_digests.clear();
+    m_bases.assign(1, 0);
+}
+
+void SortGuide::build(int count, const DigestAt &digestAt)
+{
+    clear();
+    // Blocks begin three quarters full, so that they bear some growth.
+    constexpr int kRows = kPosts * 3 / 4 * kGroup;
+    std::vector<Post> posts;
+    for (int base = 0; base < count; base += kRows) {
+        const int rows = std::min(kRows, count - base);
+        posts.clear();
+        for (int place = 0; place < rows; place += kGroup)
+            posts.push_back({place, digestAt(base + place)});
+        replace(int(m_blocks.size()), 0, posts, rows);
+    }
+}
+
+/// Puts blocks with \p posts, which divide so many rows, in the place of \p blocks old ones.
+void SortGuide::replace(int block, int blocks, const std::vector<Post> &posts, int rows)
+{
+    const size_t pieces = (posts.size() + kPosts - 1) / kPosts;
+    const int base = m_bases[size_t(block)];
+    std::vector<std::unique_ptr<Block>> fresh;
+    std::vector<quint64> digests;
+    std::vector<int> bases; // behind each of them
+    for (size_t p = 0; p < pieces; ++p) {
+        const size_t first = posts.size() * p / pieces;
+        const size_t last = posts.size() * (p + 1) / pieces;
+        const int start = posts[first].place;
+        fresh.push_back(std::make_unique<Block>());
+        Block &filled = *fresh.back();
+        for (size_t i = first; i < last; ++i) {
+            filled.places[filled.posts] = quint16(posts[i].place - start);
+            filled.digests[filled.posts++] = posts[i].digest;
+        }
+        digests.push_back(filled.digests[0]);
+        bases.push_back(base + (last < posts.size() ? posts[last].place : rows));
+    }
+    const auto at = m_blocks.erase(m_blocks.begin() + block, m_blocks.begin() + block + blocks);
+    m_blocks.insert(at, std::make_move_iterator(fresh.begin()),
+                    std::make_move_iterator(fresh.end()));
+    m_digests.erase(m_digests.begin() + block, m_digests.begin() + block + blocks);
+    m_digests.insert(m_digests.begin() + block, digests.begin(), digests.end());
+    m_bases.erase(m_bases.begin() + block + 1, m_bases.begin() + block + 1 + blocks);
+    m_bases.insert(m_bases.begin() + block + 1, bases.begin(), bases.end());
+}
+
+void SortGuide::refresh(const DigestAt &digestAt)
+{
+    for (size_t b = 0; b < m_blocks.size(); ++b) {
+        Block &block = *m_blocks[b];
+        for (int post = 0; post < block.posts; ++post)
+            block.digests[post] = digestAt(m_bases[b] + block.places[post]);
+        m_digests[b] = block.digests[0];
+    }
+}
+
+// Following a change ------------------------------------------------------------------------------
+
+void SortGuide::update(const int *removed, int removals, const Insertion *inserted, int insertions,
+                       const DigestAt &digestAt)
+{
+    const int rows = count() + insertions - removals;
+    std::vector<int> untidy;
+    if (m_blocks.empty() || removals + insertions > qMax(count() / kRebuiltShare, 2) ||
+        !follow(removed, removed + removals, inserted, inserted + insertions, untidy)) {
+        build(rows, digestAt);
+        return;
+    }
+    for (auto block = untidy.rbegin(); block != untidy.rend(); ++block)
+        tidy(*block, digestAt);
+}
+
+/// Takes the events in the order of their positions, each into the block it falls in, and shifts
+/// the blocks between. \return false when a block has more rows than its places can count
+bool SortGuide::follow(const int *remove, const int *removeEnd, const Insertion *insert,
+                       const Insertion *insertEnd, std::vector<int> &untidy)
+{
+    const int blocks = int(m_blocks.size());
+    int b = 0;     // from this block on, bases are those from before the change
+    int shift = 0; // what they have to be moved by
+    const auto moveTo = [&](int block) {
+        for (; b < block; ++b)
+            m_bases[size_t(b)] += shift;
+    };
+    while (remove != removeEnd || insert != insertEnd) {
+        const bool inserts =
+            insert != insertEnd && (remove == removeEnd || insert->position <= *remove);
+        const int position = inserts ? insert->position : *remove;
+        const auto above = std::upper_bound(m_bases.begin() + b + 1, m_bases.end() - 1, position);
+        int target = int(above - m_bases.begin()) - 1;
+        if (inserts && target > b && position == m_bases[size_t(target)] &&
+            insert->digest < m_digests[size_t(target)])
+            --target;
+        moveTo(target);
+
+        const int base = m_bases[size_t(b)];
+        const int end = m_bases[size_t(b) + 1];
+        Block &block = *m_blocks[size_t(b)];
+        int rows = end - base;
+        bool tidy = true;
+        const auto insertsHere = [&] {
+            return insert != insertEnd &&
+                   (insert->position < end ||
+                    (insert->position == end &&
+                     (b + 1 == blocks || insert->digest < m_digests[size_t(b) + 1])));
+        };
+        while (true) {
+            const bool removesHere = remove != removeEnd && *remove < end;
+            const int local = rows - end; // from an old position to a place as it is now
+            if (insertsHere() && (!removesHere || insert->position <= *remove)) {
+                tidy &= block.insert(insert->position + local, insert->digest, rows++);
+                ++insert;
+            } else if (removesHere) {
+                tidy &= block.remove(*remove + local, rows--);
+                ++remove;
+            } else {
+                break;
+            }
+            if (rows > std::numeric_limits<quint16>::max())
+                return false;
+        }
+        m_bases[size_t(b)] += shift;
+        m_digests[size_t(b)] = block.digests[0];
+        if (!tidy)
+            untidy.push_back(b);
+        shift += rows - (end - base);
+        ++b;
+    }
+    moveTo(blocks + 1);
+    return true;
+}
+
+/// Divides a block's groups that have become too large, and joins a block that has become too small
+/// with a neighbour.
+void SortGuide::tidy(int block, const DigestAt &digestAt)
+{
+    if (size_t(block) >= m_blocks.size())
+        return; // gone with a neighbour
+    int blocks = 1;
+    if (m_blocks[size_t(block)]->posts < kFewPosts && m_blocks.size() > 1) {
+        blocks = 2;
+        if (size_t(block) + 1 == m_blocks.size())
+            --block;
+    }
+    const int base = m_bases[size_t(block)];
+    std::vector<Post> posts;
+    for (int b = block; b < block + blocks; ++b) {
+        const Block &old = *m_blocks[size_t(b)];
+        const int offset = m_bases[size_t(b)] - base;
+        const int rows = m_bases[size_t(b) + 1] - m_bases[size_t(b)];
+        for (int post = 0; post < old.posts; ++post) {
+            const int place = old.places[post];
+            const int size = (post + 1 < old.posts ? old.places[post + 1] : rows) - place;
+            const int pieces = size > kLargeGroup ? (size + kGroup - 1) / kGroup : 1;
+            posts.push_back({offset + place, old.digests[post]});
+            for (int piece = 1; piece < pieces; ++piece) {
+                const int at = offset + place + int(qint64(size) * piece / pieces);
+                posts.push_back({at, digestAt(base + at)});
+            }
+        }
+    }
+    replace(block, blocks, posts, m_bases[size_t(block + blocks)] - base);
+}
+
+bool SortGuide::verify(const DigestAt &digestAt) const
+{
+    if (m_bases.size() != m_blocks.size() + 1 || m_digests.size() != m_blocks.size())
+        return false;
+    for (size_t b = 0; b < m_blocks.size(); ++b) {
+        const Block &block = *m_blocks[b];
+        if (block.posts < 1 || block.posts > kPosts || block.places[0] != 0 ||
+            block.digests[0] != m_digests[b])
+            return false;
+        for (int post = 0; post < block.posts; ++post) {
+            const int start = block.places[post];
+            const int end =
+                post + 1 < block.posts ? block.places[post + 1] : m_bases[b + 1] - m_bases[b];
+            const int position = m_bases[b] + start;
+            if (end <= start || end - start > kLargeGroup)
+                return false;
+            if (digestAt(position) < block.digests[post] ||
+                (position > 0 && digestAt(position - 1) > block.digests[post]))
+                return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,127 @@
+#pragma once
+
+#include <QtCore/qglobal.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+/// Signposts along a sorted sequence of rows: the digest of every 16th row or so, and where it
+/// stands. A search that begins between two of them looks at a handful of rows instead of at one on
+/// each level of the whole sequence, which is what costs when rows are not in the cache.
+///
+/// A post divides the sequence; the rows from one post up to the next are a group. Invariants:
+///  (1) No row before a post has a greater digest than the post; no row behind it a smaller one.
+///      The row that gave the digest may be gone.
+///  (2) The first post stands at position 0, posts rise strictly, no group is empty.
+///  (3) Posts lie in blocks of at most kPosts, with places counted from the block's first row, so
+///      that an insertion touches one block and shifts the others as a whole.
+///
+/// About a byte of memory per row. Threads: as for a container.
+class SortGuide
+{
+public:
+    /// Positions first..last - 1, and the digests between which the rows there lie.
+    struct Range {
+        int first;
+        int last;
+        quint64 low;
+        quint64 high;
+    };
+    /// A search for a digest in a range, one probe after the other: first where the row should
+    /// stand if digests lie evenly, then beside that, and then halving what is left.
+    class Search
+    {
+    public:
+        Search() = default;
+        Search(const Range &range, quint64 digest)
+            : m_first(range.first)
+            , m_last(range.last)
+        {
+            const double share = double(digest - range.low) / (double(range.high - range.low) + 1);
+            m_probe = qMin(m_first + int(share * (m_last - m_first)), m_last - 1);
+        }
+        bool isOpen() const { return m_first < m_last; }
+        /// The position to look at.
+        int probe() const { return m_probe; }
+        /// \p precedes: whether what is looked for comes behind the row there.
+        void narrow(bool precedes)
+        {
+            (precedes ? m_first : m_last) = m_probe + int(precedes);
+            if (++m_probes < kProbesNearby)
+                m_probe = precedes ? m_first : m_last - 1;
+            else
+                m_probe = m_first + (m_last - m_first) / 2;
+        }
+        /// Leaves out what lies before a position.
+        void skipTo(int first)
+        {
+            m_first = qMax(m_first, first);
+            m_last = qMax(m_last, first);
+            m_probe = qMax(m_probe, first);
+        }
+        /// Once it is not open: where the row belongs.
+        int place() const { return m_first; }
+        int size() const { return m_last - m_first; }
+
+    private:
+        static constexpr int kProbesNearby = 3;
+
+        int m_first = 0;
+        int m_last = 0;
+        int m_probe = 0;
+        int m_probes = 0;
+    };
+    /// A row that comes before the row at \p position of the sequence as it was.
+    struct Insertion {
+        int position;
+        quint64 digest;
+    };
+    using DigestAt = std::function<quint64(int position)>;
+
+    SortGuide();
+    ~SortGuide();
+
+    /// The rows that the guide knows of.
+    int count() const { return m_bases.back(); }
+    /// Where rows of that digest stand, and where one more belongs: rows before the range have
+    /// smaller digests or equal ones, and so on. O(log n); as long as a group or two, unless many
+    /// rows share the digest.
+    Range range(quint64 digest) const;
+
+    void clear();
+    /// Sets posts along \p count rows.
+    void build(int count, const DigestAt &digestAt);
+    /// Reads the posts' digests again: those of all rows have changed, but not their order.
+    void refresh(const DigestAt &digestAt);
+    /// Follows a change of the sequence: the rows at so many positions \p removed left, others
+    /// came; both ascend, and \p digestAt reads the sequence as it is now.
+    void update(const int *removed, int removals, const Insertion *inserted, int insertions,
+                const DigestAt &digestAt);
+
+    /// Whether invariant (2) and (3) hold, and (1) for the rows next to posts.
+    bool verify(const DigestAt &digestAt) const;
+
+private:
+    static constexpr int kPosts = 128;
+    static constexpr int kGroup = 16; // rows of a new group
+    static constexpr int kLargeGroup = 2 * kGroup;
+
+    static constexpr int kFewPosts = kPosts / 8;
+    static constexpr int kRebuiltShare = 4; // more events than one in so many rows: begin anew
+
+    struct Block;
+    struct Post {
+        int place; // of the rows that a list of posts divides
+        quint64 digest;
+    };
+
+    void replace(int block, int blocks, const std::vector<Post> &posts, int rows);
+    bool follow(const int *remove, const int *removeEnd, const Insertion *insert,
+                const Insertion *insertEnd, std::vector<int> &untidy);
+    void tidy(int block, const DigestAt &digestAt);
+
+    std::vector<std::unique_ptr<Block>> m_blocks;
+    std::vector<quint64> m_digests; // of each block's first post
+    std::vector<int> m_bases;       // rows before each block, and behind the last one
+};

@@ -1,0 +1,158 @@
+#include "database/indexes/sortkey.h"
+
+#include "database/tables/rowlayout.h"
+#include "database/tables/table.h"
+
+#include <QtCore/qsysinfo.h>
+
+#include <limits>
+
+void SortKey::setColumns(const Table &table, const QList<int> &columns)
+{
+    static_assert(QSysInfo::ByteOrder == QSysInfo::LittleEndian, "bytes are taken from the back");
+    *this = SortKey();
+    m_first = table.columnDef(columns.first());
+    m_nullable = m_first->nullable;
+    m_near = m_far = kRowHeaderSize + m_first->offset;
+    switch (m_first->type) {
+    case FieldType::Integer:
+        m_kind = Kind::Integer;
+        return;
+    case FieldType::Integer64:
+    case FieldType::DateTime:
+        m_kind = Kind::Integer64;
+        return;
+    case FieldType::Double:
+        m_kind = Kind::Double;
+        return;
+    case FieldType::Decimal:
+        m_kind = Kind::Decimal;
+        return;
+    case FieldType::VarChar:
+        break;
+    case FieldType::XDecimal:
+    case FieldType::BoardList:
+    case FieldType::Undefined:
+        return;
+    }
+    m_kind = Kind::Bytes;
+    for (const int number : columns) {
+        const TableColumnDef &column = *table.columnDef(number);
+        if (&column != m_first && column.nullable)
+            break;
+        if (column.type == FieldType::VarChar)
+            appendText(column);
+        else if (column.type == FieldType::Integer)
+            appendInteger(column, int(sizeof(qint32)));
+        else if (column.type == FieldType::Integer64 || column.type == FieldType::DateTime)
+            appendInteger(column, int(sizeof(qint64)));
+        else
+            break;
+    }
+}
+
+void SortKey::setBytes(qint64 offset, qint64 length)
+{
+    *this = SortKey();
+    m_kind = Kind::Bytes;
+    m_near = m_far = offset;
+    for (qint64 i = 0; i < length; ++i)
+        m_bytes.push_back({int(offset + i), 0, 0, 0});
+}
+
+/// Code units in turn, of each the high byte first: texts are padded with zeros.
+void SortKey::appendText(const TableColumnDef &column)
+{
+    const int offset = int(kRowHeaderSize + column.offset);
+    for (int unit = 0; unit < column.length; ++unit) {
+        m_bytes.push_back({offset + 2 * unit + 1, 0, 0, 0});
+        m_bytes.push_back({offset + 2 * unit, 0, 0, 0});
+    }
+}
+
+void SortKey::appendInteger(const TableColumnDef &column, int size)
+{
+    const int offset = int(kRowHeaderSize + column.offset);
+    for (int i = size - 1; i >= 0; --i)
+        m_bytes.push_back({offset + i, uchar(i == size - 1 ? 0x80 : 0), 0, 0});
+}
+
+void SortKey::reset()
+{
+    m_off = m_learned = false;
+    m_digits.clear();
+    m_agreed.clear();
+}
+
+bool SortKey::learn(const uchar *row)
+{
+    if (!isOn() || covers(row))
+        return false;
+    if (m_kind == Kind::Decimal && !m_learned) {
+        m_learned = true;
+        m_scale = scaleBits(row);
+        return false;
+    }
+    if (m_kind != Kind::Bytes) {
+        m_off = true;
+        return true;
+    }
+    widen(row);
+    choose();
+    return true;
+}
+
+/// Takes a row's bytes into the ranges of values. A range that grows does so by its own length, so
+/// that keys which count upwards do not change all digests again and again; digits come in tens.
+void SortKey::widen(const uchar *row)
+{
+    for (Byte &byte : m_bytes) {
+        const int value = row[byte.offset] ^ byte.flip;
+        const int low = byte.low;
+        const int high = byte.high;
+        const int length = high - low;
+        if (!m_learned) {
+            byte.low = byte.high = uchar(value);
+        } else if (qMin(low, value) >= '0' && qMax(high, value) <= '9' && value != low) {
+            byte.low = '0';
+            byte.high = '9';
+        } else if (value < low) {
+            byte.low = uchar(qMax(0, qMin(value, low - length)));
+        } else if (value > high) {
+            byte.high = uchar(qMin(255, qMax(value, high + length)));
+        }
+    }
+    m_learned = true;
+}
+
+/// Finds the digits of digests, and what covers() has to look at besides.
+void SortKey::choose()
+{
+    m_digits.clear();
+    m_agreed.clear();
+    quint64 numbers = 1; // that the digits so far can write
+    for (const Byte &byte : m_bytes) {
+        if (byte.low != byte.high) {
+            const uint radix = uint(byte.high - byte.low) + 1;
+            if (numbers > std::numeric_limits<quint64>::max() / radix)
+                break;
+            numbers *= radix;
+            m_digits.push_back({byte.offset, byte.flip, byte.low, radix, 1});
+            continue;
+        }
+        // Cells are multiples of eight bytes, so that such a word never leaves its row.
+        const int offset = byte.offset & ~7;
+        const int shift = (byte.offset - offset) * 8;
+        if (m_agreed.empty() || m_agreed.back().offset != offset)
+            m_agreed.push_back({offset, 0, 0});
+        m_agreed.back().value |= quint64(uchar(byte.low ^ byte.flip)) << shift;
+        m_agreed.back().mask |= quint64(0xFF) << shift;
+    }
+    for (size_t i = m_digits.size(); i-- > 1;)
+        m_digits[i - 1].weight = m_digits[i].weight * m_digits[i].radix;
+    m_near = m_far = m_bytes.front().offset;
+    if (!m_digits.empty()) {
+        m_near = m_digits.front().offset;
+        m_far = m_digits.back().offset;
+    }
+}

@@ -1,0 +1,174 @@
+#pragma once
+
+#include "database/record.h"
+#include "database/tables/columndef.h"
+
+#include <QtCore/qlist.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+class Table;
+
+/// Numbers that stand for the sort keys of rows: the digest of a row is 64 bits read from its key
+/// cells, so that rows are ordered by arithmetic instead of by calls of compare().
+///
+/// Invariants:
+///  (1) Of two rows that the key covers, the one with the smaller digest sorts first. Equal digests
+///      say nothing: compare() decides.
+///  (2) Digests are comparable with each other until learn() or reset() says otherwise.
+///
+/// A number's digest is its value. Of keys that begin with a text, or are compared as bytes, those
+/// bytes are left out in which all rows agree; the others are the digits of a number, each of a
+/// radix that is as large as the range of its values, as many as fit 64 bits. So digests tell most
+/// keys apart and lie evenly where keys do. The ranges are learned from the rows.
+///
+/// What does not order like a digest (NaN, decimals of several scales) switches the key off until
+/// it is reset. Threads: as for a container.
+class SortKey
+{
+public:
+    /// Keys whose first \p columns are compared with compareCells(), ascending, most significant
+    /// first. A first column of another type than numbers, dates and texts leaves the key off.
+    void setColumns(const Table &table, const QList<int> &columns);
+    /// Keys compared as \p length bytes at \p offset of a row; both are multiples of 8.
+    void setBytes(qint64 offset, qint64 length);
+
+    /// Whether there are digests.
+    bool isOn() const { return m_kind != Kind::None && !m_off; }
+    /// Forgets what was learned from rows.
+    void reset();
+    /// Takes a row among those that the key covers. \return whether digests changed by that: those
+    /// taken before are void
+    bool learn(const uchar *row);
+    /// Whether the key covers the row: its digest stands in the right order to those of the rows
+    /// learned from.
+    bool covers(const uchar *row) const
+    {
+        quint64 digest;
+        return read(row, &digest);
+    }
+    /// The digest of a row that the key covers.
+    quint64 operator()(const uchar *row) const;
+    /// The same for any row. \return whether the key covers it
+    bool read(const uchar *row, quint64 *digest) const;
+
+    /// Asks for the cache lines that a digest reads.
+    void prefetch(const uchar *row) const
+    {
+        __builtin_prefetch(row + m_near);
+        __builtin_prefetch(m_nullable ? row + kRowHeaderSize + m_first->nullOffset : row + m_far);
+    }
+
+private:
+    enum class Kind { None, Integer, Integer64, Double, Decimal, Bytes };
+
+    /// A byte of the key, in a row, and the values that it has been seen to take; xor with flip
+    /// makes it order as an unsigned number.
+    struct Byte {
+        int offset;
+        uchar flip;
+        uchar low;
+        uchar high;
+    };
+    /// A digit of the number that is the digest.
+    struct Digit {
+        int offset;
+        uchar flip;
+        uchar low;
+        uint radix;
+        quint64 weight;
+        uint read(const uchar *row) const { return uint(uchar(row[offset] ^ flip)) - low; }
+    };
+    /// Bytes in which all rows agree, among eight that follow each other.
+    struct Agreed {
+        int offset;
+        quint64 value;
+        quint64 mask;
+    };
+
+    template<class T>
+    static T load(const uchar *at)
+    {
+        T value;
+        std::memcpy(&value, at, sizeof value);
+        return value;
+    }
+    static quint64 ofDouble(double value)
+    {
+        const quint64 bits = load<quint64>(reinterpret_cast<const uchar *>(&value));
+        return bits >> 63 ? ~bits : bits | kSign;
+    }
+    bool isNull(const uchar *row) const
+    {
+        return m_nullable && !(row[kRowHeaderSize + m_first->nullOffset] & m_first->nullMask);
+    }
+    const uchar *cell(const uchar *row) const { return row + m_near; }
+    quint8 scaleBits(const uchar *row) const { return load<quint64>(cell(row)) >> 56 & 0x7F; }
+    void appendText(const TableColumnDef &column);
+    void appendInteger(const TableColumnDef &column, int size);
+    void widen(const uchar *row);
+    void choose();
+
+    static constexpr quint64 kSign = quint64(1) << 63;
+
+    Kind m_kind = Kind::None;
+    bool m_off = false;
+    bool m_nullable = false;                 // what the first column may be
+    bool m_learned = false;                  // whether a row was learned from
+    const TableColumnDef *m_first = nullptr; // borrowed from the table; null for bare bytes
+    qint64 m_near = 0;                       // place in a row of the first byte that digests read
+    qint64 m_far = 0;                        // of the last one
+    quint8 m_scale = 0;                      // of the decimals, as their words hold it
+    std::vector<Byte> m_bytes;               // of the key, most significant first
+    std::vector<Digit> m_digits;             // those of them that vary, as many as fit
+    std::vector<Agreed> m_agreed;            // those before the last digit that do not
+};
+
+// ------------------------------------------------------------------------------------------------
+
+inline quint64 SortKey::operator()(const uchar *row) const
+{
+    if (isNull(row))
+        return 0; // below every value, or equal to the lowest one
+    switch (m_kind) {
+    case Kind::Integer:
+        return quint64(qint64(load<qint32>(cell(row)))) ^ kSign;
+    case Kind::Integer64:
+    case Kind::Decimal:
+        return load<quint64>(cell(row)) ^ kSign;
+    case Kind::Double:
+        return ofDouble(load<double>(cell(row)) + 0.0); // the zeros are equal
+    case Kind::Bytes:
+    case Kind::None:
+        break;
+    }
+    quint64 digest = 0;
+    for (const Digit &digit : m_digits)
+        digest += digit.read(row) * digit.weight;
+    return digest;
+}
+
+inline bool SortKey::read(const uchar *row, quint64 *digest) const
+{
+    if (m_kind != Kind::Bytes || isNull(row)) {
+        *digest = (*this)(row);
+        if (isNull(row))
+            return true;
+        if (m_kind == Kind::Decimal)
+            return m_learned && scaleBits(row) == m_scale;
+        return m_kind != Kind::Double || !std::isnan(load<double>(cell(row)));
+    }
+    quint64 differing = 0;
+    for (const Agreed &agreed : m_agreed)
+        differing |= (load<quint64>(row + agreed.offset) ^ agreed.value) & agreed.mask;
+    bool inRange = m_learned && differing == 0;
+    *digest = 0;
+    for (const Digit &digit : m_digits) {
+        const uint value = digit.read(row);
+        inRange &= value < digit.radix;
+        *digest += value * digit.weight;
+    }
+    return inRange;
+}

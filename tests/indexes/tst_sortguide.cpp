@@ -1,0 +1,112 @@
+#include <database/indexes/sortguide.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+namespace
+{
+
+struct Shape {
+    const char *name;
+    int rows;    // about so many
+    int batches; // changes of the sequence
+    int changes; // most of one batch
+    int digests; // distinct ones; few make long runs of equals
+};
+
+class SortGuideModel : public ::testing::TestWithParam<Shape>
+{
+protected:
+    int below(int n) { return int(random() % unsigned(n)); }
+
+    /// Takes rows out and puts others where they belong, in the sequence and in the guide.
+    void change(int removals, int insertions)
+    {
+        std::vector<int> removed;
+        for (int i = 0; i < removals && !rows.empty(); ++i)
+            removed.push_back(below(3) ? below(int(rows.size())) : 0);
+        std::sort(removed.begin(), removed.end());
+        removed.erase(std::unique(removed.begin(), removed.end()), removed.end());
+        std::vector<quint64> fresh;
+        const int around = below(shape.digests);
+        for (int i = 0; i < insertions; ++i) // some batches pile up in one place
+            fresh.push_back(quint64(removals % 3 ? below(shape.digests) : around + below(3)));
+        std::sort(fresh.begin(), fresh.end());
+
+        std::vector<quint64> merged;
+        std::vector<SortGuide::Insertion> inserted;
+        size_t next = 0;
+        for (int position = 0; position <= int(rows.size()); ++position) {
+            // Before the first row that is greater; rows that leave do not count.
+            const bool atEnd = position == int(rows.size());
+            const bool leaves = std::binary_search(removed.begin(), removed.end(), position);
+            while (next < fresh.size() &&
+                   (atEnd || (!leaves && fresh[next] < rows[size_t(position)]))) {
+                inserted.push_back({position, fresh[next]});
+                merged.push_back(fresh[next++]);
+            }
+            if (!atEnd && !leaves)
+                merged.push_back(rows[size_t(position)]);
+        }
+        rows = merged;
+        guide.update(removed.data(), int(removed.size()), inserted.data(), int(inserted.size()),
+                     digestAt);
+    }
+
+    /// A row takes another digest without leaving its place.
+    void changeInPlace()
+    {
+        const int position = below(int(rows.size()));
+        const quint64 low = position > 0 ? rows[size_t(position) - 1] : 0;
+        const quint64 high = position + 1 < int(rows.size()) ? rows[size_t(position) + 1] : low + 9;
+        rows[size_t(position)] = low + random() % (high - low + 1);
+        const SortGuide::Insertion again{position + 1, rows[size_t(position)]};
+        guide.update(&position, 1, &again, 1, digestAt);
+    }
+
+    void check(quint64 digest)
+    {
+        const auto [first, last] = std::equal_range(rows.begin(), rows.end(), digest);
+        const SortGuide::Range range = guide.range(digest);
+        ASSERT_LE(range.first, first - rows.begin()) << digest;
+        ASSERT_GE(range.last, last - rows.begin()) << digest;
+        ASSERT_LE(range.last - range.first, last - first + 4 * 32) << "a few groups at most";
+    }
+
+    const Shape shape = GetParam();
+    std::mt19937 random{20240815};
+    std::vector<quint64> rows; // their digests
+    SortGuide guide;
+    const SortGuide::DigestAt digestAt = [this](int position) { return rows[size_t(position)]; };
+};
+
+TEST_P(SortGuideModel, bracketsEveryDigestThroughAllChanges)
+{
+    for (int step = 0; step < shape.batches; ++step) {
+        SCOPED_TRACE(testing::Message() << "step " << step);
+        const bool grows = int(rows.size()) < shape.rows;
+        const int most = below(8) ? 3 : shape.changes;
+        change(below(most + 1) / (grows ? 2 : 1), below(most + 1) + (grows ? most / 3 : 0));
+        for (int i = 0; i < 3 && !rows.empty(); ++i)
+            changeInPlace();
+        ASSERT_EQ(guide.count(), int(rows.size()));
+        ASSERT_TRUE(guide.verify(digestAt));
+        for (int i = 0; i < 10; ++i)
+            ASSERT_NO_FATAL_FAILURE(check(quint64(below(shape.digests + 2))));
+    }
+    change(int(rows.size()) * 4, 0);
+    EXPECT_EQ(guide.count(), int(rows.size()));
+    guide.build(int(rows.size()), digestAt);
+    EXPECT_TRUE(guide.verify(digestAt));
+}
+
+INSTANTIATE_TEST_SUITE_P(SortGuide, SortGuideModel,
+                         ::testing::Values(Shape{"a_few_rows", 20, 3000, 20, 30},
+                                           Shape{"several_blocks", 6000, 1500, 400, 100000},
+                                           Shape{"many_equals", 3000, 1500, 300, 7},
+                                           Shape{"dense_changes", 4000, 200, 4000, 4000}),
+                         [](const auto &info) { return info.param.name; });
+
+} // namespace

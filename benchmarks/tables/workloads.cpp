@@ -19,14 +19,6 @@
 #include <filesystem>
 #include <optional>
 
-void require(bool ok, const std::string &what)
-{
-    if (!ok) {
-        std::fprintf(stderr, "bench_tables: failed: %s\n", what.c_str());
-        std::exit(1);
-    }
-}
-
 namespace
 {
 

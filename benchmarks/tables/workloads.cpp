@@ -104,7 +104,7 @@ public:
         : m_report(report)
         , m_directory(directory)
         , m_script(script)
-        , m_flat(script.initial, script.ticks, script.trades)
+        , m_flat(script.initial, kInsertBatch, script.ticks, script.trades)
         , m_size(sizeName(int(script.initial.size())))
     {
     }
@@ -158,10 +158,13 @@ private:
     void fill()
     {
         const std::vector<Row> &rows = m_script.initial;
-        measure(Workload::Insert, "W1 insert a row", int(rows.size()), [&](Engine &engine, int) {
+        static const std::string kInsert = "W1 insert a row";
+        const auto insert = [&](Engine &engine, int) {
             insertAll(engine, rows);
             return total(engine.firsts());
-        });
+        };
+        const double firsts = measure(Workload::Insert, kInsert, int(rows.size()), insert);
+        measureFlat(kInsert, firsts, int(rows.size()), &FlatOrders::insert);
         for (const auto &engine : m_engines) {
             if (engine->share(Workload::Insert) == 0)
                 insertAll(*engine, rows);
@@ -208,20 +211,20 @@ private:
     {
         static const std::string kTrade = "W2 last, volume, time of a row";
         const double firsts = batches(Workload::Trade, kTrade, m_script.trades, &Engine::trade);
-        measureFlatTrades(kTrade, firsts);
+        m_flat.reset();
+        measureFlat(kTrade, firsts, kBatches * kBatchRows, &FlatOrders::trade);
         batches(Workload::Quote, "W3 bid, ask of a row", m_script.quotes, &Engine::quote);
         batches(Workload::Replace, "W4 remove or insert a row", m_script.replacements,
                 &Engine::replace);
     }
 
-    void measureFlatTrades(const std::string &name, double expected)
+    void measureFlat(const std::string &name, double expected, int operations,
+                     double (FlatOrders::*work)())
     {
-        m_flat.reset();
         double firsts = 0;
-        const double taken = nanoseconds([&] { firsts = m_flat.trade(); });
-        require(firsts == expected, "flat orders");
-        m_report.add(name + m_size, Report::Unit::Nanoseconds, "limit",
-                     taken / (kBatches * kBatchRows));
+        const double taken = nanoseconds([&] { firsts = (m_flat.*work)(); });
+        require(firsts == expected, "flat orders in " + name);
+        m_report.add(name + m_size, Report::Unit::Nanoseconds, "limit", taken / operations);
     }
 
     void ask()

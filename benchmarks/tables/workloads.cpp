@@ -2,20 +2,21 @@
 // place. Every engine does the same work on the same rows, taking turns; sums and orders have to
 // agree, or the program ends with an error.
 //
-// usage: bench_tables [--quick] [DIRECTORY]    (where files are saved; the system's temporary one)
+// usage: bench_tables [--quick] [--rows N] [--rounds N] [--only CONTENDER] [DIRECTORY]
+// (where files are saved; the system's temporary one)
 
+#include "clock.h"
 #include "engine.h"
 #include "files.h"
 #include "flatorders.h"
+#include "options.h"
 #include "report.h"
 #include "residency.h"
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <optional>
 
@@ -66,15 +67,6 @@ struct Script {
     std::vector<int> places;
     Checksums afterTicks, atTheEnd;
 };
-
-template<class Work>
-double nanoseconds(const Work &work)
-{
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    const auto taken = std::chrono::steady_clock::now() - start;
-    return std::chrono::duration<double, std::nano>(taken).count();
-}
 
 double percentile(std::vector<double> &samples, double share)
 {
@@ -317,11 +309,28 @@ private:
     std::int64_t m_ranks = 0; // of every question, so that none can be left out
 };
 
+/// What a table of so many rows is measured with: the library, and all peers or the one named.
+std::vector<EngineMaker> contenders(int rows, const std::string &only)
+{
+    std::vector<EngineMaker> makers = {libraryEngine(), orderedEngine(), hashedEngine(),
+                                       sqliteEngine()};
+    if (rows <= kProxyRows)
+        makers.push_back(proxyEngine());
+    const auto isUnwanted = [&](const EngineMaker &maker) {
+        const std::string name = maker()->name();
+        return !only.empty() && name != only && name != "library";
+    };
+    makers.erase(std::remove_if(makers.begin(), makers.end(), isUnwanted), makers.end());
+    return makers;
+}
+
 void measureResidency(Report &report, const std::vector<EngineMaker> &makers, int rows)
 {
     const Market market(rows);
     for (const EngineMaker &maker : makers) {
         const auto engine = maker();
+        if (engine->share(Workload::Insert) == 0)
+            continue;
         const double bytes = residentBytes([&] { insertAll(*engine, market.rows()); });
         report.add("W1 resident bytes of a row" + Rounds::sizeName(rows), Report::Unit::Bytes,
                    engine->name(), bytes / rows);
@@ -351,42 +360,38 @@ void noteScale(Report &report, int small, int large)
 
 int main(int argc, char *argv[])
 {
-    bool quick = false;
-    std::string place = std::filesystem::temp_directory_path();
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--quick") == 0)
-            quick = true;
-        else
-            place = argv[i];
-    }
+    const Options options = readOptions(argc, argv);
+    const std::string &only = options.only;
+    require(only.empty() || only == "library" || contenders(kProxyRows, only).size() == 2,
+            "no contender is named '" + only + "'");
+    require(options.rows == 0 || options.rows >= kBatchRows,
+            "a batch changes " + std::to_string(kBatchRows) + " rows");
+    const std::string place = options.directory.empty()
+                                  ? std::filesystem::temp_directory_path().string()
+                                  : options.directory;
     std::string directory = place + "/bench-tables-XXXXXX";
     require(mkdtemp(directory.data()) != nullptr, "making a directory in " + place);
 
-    const std::vector<int> sizes = quick ? std::vector{100000} : std::vector{100000, 1000000};
-    const int rounds = quick ? 3 : 5;
-    std::vector<EngineMaker> makers;
-    for (const EngineMaker &maker :
-         {libraryEngine(), orderedEngine(), hashedEngine(), sqliteEngine()}) {
-        if (maker)
-            makers.push_back(maker);
-    }
+    std::vector<int> sizes = {100000, 1000000};
+    if (options.rows > 0)
+        sizes = {options.rows};
+    else if (options.quick)
+        sizes.pop_back();
     Report report("library");
     for (const int rows : sizes)
-        measureResidency(report, makers, rows); // before any thread runs
+        measureResidency(report, contenders(rows, only), rows); // before any thread runs
     for (const int rows : sizes) {
         const Script script(rows);
-        std::vector<EngineMaker> all = makers;
-        if (rows <= kProxyRows)
-            all.push_back(proxyEngine());
+        const std::vector<EngineMaker> makers = contenders(rows, only);
         Rounds measured(report, directory, script);
-        for (int round = 0; round < rounds; ++round) {
-            std::fprintf(stderr, "%d rows, round %d of %d\n", rows, round + 1, rounds);
-            measured.run(round, all);
+        for (int round = 0; round < options.rounds; ++round) {
+            std::fprintf(stderr, "%d rows, round %d of %d\n", rows, round + 1, options.rounds);
+            measured.run(round, makers);
         }
     }
     if (sizes.size() > 1)
         noteScale(report, sizes.front(), sizes.back());
     std::filesystem::remove_all(directory);
-    report.print("tables, medians of " + std::to_string(rounds) + " rounds");
+    report.print("tables, medians of " + std::to_string(options.rounds) + " rounds");
     return 0;
 }

@@ -3,7 +3,9 @@
 //
 // usage: bench_tablefiles [ROWS [ROUNDS [DIR]]]
 
+#include "files.h"
 #include "indexes.h"
+#include "require.h"
 #include "tables.h"
 
 #include <database/icore.h>
@@ -17,13 +19,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <functional>
 #include <memory>
 #include <random>
-#include <unistd.h>
 #include <vector>
-#include <zlib.h>
 
 namespace
 {
@@ -67,14 +66,6 @@ struct Options {
     }
 };
 
-void check(bool ok, const char *what)
-{
-    if (!ok) {
-        std::fprintf(stderr, "bench_tablefiles: %s failed\n", what);
-        std::exit(1);
-    }
-}
-
 QList<Record> randomRows(const Table &table, int count)
 {
     std::mt19937 random(20260302);
@@ -102,46 +93,6 @@ QList<Record> randomRows(const Table &table, int count)
     return rows;
 }
 
-void writeAndFlush(const QByteArray &path, const QByteArray &bytes)
-{
-    const int file = open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    qint64 written = 0;
-    while (written < bytes.size()) {
-        const qint64 n = write(file, bytes.constData() + written, size_t(bytes.size() - written));
-        check(n > 0, "write");
-        written += n;
-    }
-    check(fsync(file) == 0 && close(file) == 0, "fsync");
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    check(file.open(QIODevice::ReadOnly), "open");
-    return file.readAll();
-}
-
-/// Bare zlib into memory. \return the compressed size
-size_t deflated(const QByteArray &bytes)
-{
-    constexpr int kGzip = 31, kMemory = 8, kLevel = 6;
-    static std::vector<uchar> out(65500);
-    z_stream stream = {};
-    check(deflateInit2(&stream, kLevel, Z_DEFLATED, kGzip, kMemory, Z_DEFAULT_STRATEGY) == Z_OK,
-          "deflateInit2");
-    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(bytes.constData()));
-    stream.avail_in = uInt(bytes.size());
-    int result = Z_OK;
-    while (result == Z_OK) {
-        stream.next_out = out.data();
-        stream.avail_out = uInt(out.size());
-        result = deflate(&stream, Z_FINISH);
-    }
-    const size_t size = stream.total_out;
-    check(deflateEnd(&stream) == Z_OK && result == Z_STREAM_END, "deflate");
-    return size;
-}
-
 struct Measured {
     const char *name;
     std::function<void()> prepare; ///< not timed
@@ -164,15 +115,16 @@ int main(int argc, char *argv[])
     const int rounds = argc > 2 ? std::atoi(argv[2]) : 5;
     const QTemporaryDir place(argc > 3 ? QString::fromLocal8Bit(argv[3]) + "/bench-XXXXXX"
                                        : QDir::tempPath() + "/bench-XXXXXX");
-    check(count > 0 && rounds > 0 && place.isValid(), "reading the arguments");
+    require(count > 0 && rounds > 0 && place.isValid(), "reading the arguments");
     const QDir dir(place.path());
-    const QString path = dir.filePath("options");
+    const std::string path = dir.filePath("options").toStdString();
+    const std::string barePath = dir.filePath("bare").toStdString();
     BenchCore core;
     Options source;
     const QList<Record> rows = randomRows(source.table, count);
     source.table.appendList(rows);
-    check(TableIO(&source.table).write(dir), "saving");
-    const QByteArray bytes = readAll(path);
+    require(TableIO(&source.table).write(dir), "saving");
+    const std::vector<char> bytes = readFile(path);
     auto target = std::make_unique<Options>();
     const auto fresh = [&] { target = std::make_unique<Options>(); };
     const auto nothing = [] {};
@@ -186,29 +138,29 @@ int main(int argc, char *argv[])
                 list.append(clone ? row.clone() : row);
             target->table.appendList(list);
         }
-        check(target->isReady(count), "building");
+        require(target->isReady(count), "building");
     };
 
     Measured measured[] = {
         {"write() and flush the bytes", nothing,
-         [&] { writeAndFlush(QFile::encodeName(dir.filePath("bare")), bytes); }},
+         [&] { writeFile(barePath, bytes.data(), bytes.size()); }},
         {"save, plain", [&] { core.compress = false; },
-         [&] { check(TableIO(&source.table).write(dir), "saving"); }},
-        {"read() the bytes", nothing, [&] { check(readAll(path) == bytes, "reading"); }},
+         [&] { require(TableIO(&source.table).write(dir), "saving"); }},
+        {"read() the bytes", nothing, [&] { require(readFile(path) == bytes, "reading"); }},
         {"build from rows as they are", fresh, [&] { build(false); }},
         {"build from copies of rows", fresh, [&] { build(true); }},
         {"load, plain", fresh,
          [&] {
              TableIO(&target->table).read(dir, false);
-             check(target->isReady(count), "loading");
+             require(target->isReady(count), "loading");
          }},
-        {"zlib, level 6", nothing, [&] { check(deflated(bytes) > 0, "deflating"); }},
+        {"zlib, level 6", nothing, [&] { require(packedSize(bytes) > 0, "packing"); }},
         {"save, gzip", [&] { core.compress = true; },
-         [&] { check(TableIO(&source.table).write(dir), "saving"); }},
+         [&] { require(TableIO(&source.table).write(dir), "saving"); }},
         {"load, gzip", fresh,
          [&] {
              TableIO(&target->table).read(dir, false);
-             check(target->isReady(count), "loading");
+             require(target->isReady(count), "loading");
          }},
     };
     // Every round ends with the compressed file; the plain one is needed again for reading.
@@ -224,7 +176,7 @@ int main(int argc, char *argv[])
             return target->byVolume.at(i).dump(true).section('{', 1) ==
                    source.byVolume.at(i).dump(true).section('{', 1);
         };
-        check(isSame(0) && isSame(count / 2) && isSame(count - 1), "comparing");
+        require(isSame(0) && isSame(count / 2) && isSame(count - 1), "comparing");
     }
 
     std::printf("%d rows, %.1f MB, medians of %d rounds\n", count, double(bytes.size()) * 1e-6,

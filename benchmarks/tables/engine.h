@@ -1,6 +1,7 @@
 #pragma once
 
 #include "market.h"
+#include "require.h"
 
 #include <functional>
 #include <memory>
@@ -65,6 +66,3 @@ EngineMaker orderedEngine();
 EngineMaker hashedEngine();
 EngineMaker sqliteEngine();
 EngineMaker proxyEngine();
-
-/// Ends the program unless \p ok.
-void require(bool ok, const std::string &what);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <string>
 #include <unordered_map>
 
@@ -10,6 +11,19 @@ namespace
 
 constexpr std::array<Order, 3> kOrders = {Order::Last, Order::Volume, Order::Time};
 
+/// The place of each row in the order of the keys.
+std::vector<std::uint32_t> keyRanks(const std::vector<Row> &rows)
+{
+    std::vector<std::uint32_t> byKey(rows.size()), ranks(rows.size());
+    std::iota(byKey.begin(), byKey.end(), 0);
+    std::sort(byKey.begin(), byKey.end(), [&](std::uint32_t a, std::uint32_t b) {
+        return std::memcmp(&rows[a].key, &rows[b].key, sizeof(Key)) < 0;
+    });
+    for (size_t rank = 0; rank < byKey.size(); ++rank)
+        ranks[byKey[rank]] = std::uint32_t(rank);
+    return ranks;
+}
+
 std::string bytesOf(const Key &key)
 {
     return {reinterpret_cast<const char *>(&key), sizeof key};
@@ -17,9 +31,19 @@ std::string bytesOf(const Key &key)
 
 } // namespace
 
-FlatOrders::FlatOrders(const std::vector<Row> &initial, const std::vector<Row> &ticks,
-                       const std::vector<std::vector<Row>> &trades)
+FlatOrders::FlatOrders(const std::vector<Row> &initial, int insertBatch,
+                       const std::vector<Row> &ticks, const std::vector<std::vector<Row>> &trades)
 {
+    const std::vector<std::uint32_t> ranks = keyRanks(initial);
+    for (size_t row = 0; row < initial.size(); ++row) {
+        if (row % size_t(insertBatch) == 0)
+            m_insertions.emplace_back();
+        Change &batch = m_insertions.back();
+        for (size_t i = 0; i < kSorted; ++i)
+            batch[i].after.push_back({sortValue(initial[row], kOrders[i]), std::uint32_t(row)});
+        batch[kSorted].after.push_back({double(ranks[row]), std::uint32_t(row)});
+    }
+
     std::unordered_map<std::string, std::uint32_t> places;
     for (const Row &row : initial)
         places.emplace(bytesOf(row.key), std::uint32_t(places.size()));
@@ -28,15 +52,15 @@ FlatOrders::FlatOrders(const std::vector<Row> &initial, const std::vector<Row> &
         rows[places.at(bytesOf(tick.key))].last = tick.last;
     for (size_t i = 0; i < kOrders.size(); ++i) {
         for (size_t row = 0; row < rows.size(); ++row)
-            m_initial[i].push_back({sortValue(rows[row], kOrders[i]), std::uint32_t(row)});
-        std::sort(m_initial[i].begin(), m_initial[i].end());
+            m_beforeTrades[i].push_back({sortValue(rows[row], kOrders[i]), std::uint32_t(row)});
+        std::sort(m_beforeTrades[i].begin(), m_beforeTrades[i].end());
     }
     for (const std::vector<Row> &trade : trades) {
-        m_batches.emplace_back();
+        m_trades.emplace_back();
         for (const Row &changed : trade) {
             const std::uint32_t place = places.at(bytesOf(changed.key));
             for (size_t i = 0; i < kOrders.size(); ++i) {
-                Batch &batch = m_batches.back()[i];
+                Batch &batch = m_trades.back()[i];
                 batch.before.push_back({sortValue(rows[place], kOrders[i]), place});
                 batch.after.push_back({sortValue(changed, kOrders[i]), place});
             }
@@ -45,21 +69,38 @@ FlatOrders::FlatOrders(const std::vector<Row> &initial, const std::vector<Row> &
     }
 }
 
+double FlatOrders::insert()
+{
+    for (Pairs &order : m_orders)
+        order.clear();
+    for (const Change &batch : m_insertions) {
+        for (size_t i = 0; i < kWithKeys; ++i)
+            merge(m_orders[i], batch[i]);
+    }
+    return firsts();
+}
+
 void FlatOrders::reset()
 {
-    m_orders = m_initial;
-    m_merged.reserve(m_initial[0].size());
+    for (size_t i = 0; i < kSorted; ++i)
+        m_orders[i] = m_beforeTrades[i];
+    m_merged.reserve(m_orders[0].size());
 }
 
 double FlatOrders::trade()
 {
-    double firsts = 0;
-    for (const auto &batch : m_batches) {
-        for (size_t i = 0; i < m_orders.size(); ++i)
+    double sum = 0;
+    for (const Change &batch : m_trades) {
+        for (size_t i = 0; i < kSorted; ++i)
             merge(m_orders[i], batch[i]);
-        firsts += m_orders[0].front().value + m_orders[1].front().value + m_orders[2].front().value;
+        sum += firsts();
     }
-    return firsts;
+    return sum;
+}
+
+double FlatOrders::firsts() const
+{
+    return m_orders[0].front().value + m_orders[1].front().value + m_orders[2].front().value;
 }
 
 void FlatOrders::merge(Pairs &order, Batch batch)

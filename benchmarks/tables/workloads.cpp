@@ -2,30 +2,23 @@
 // place. Every engine does the same work on the same rows, taking turns; sums and orders have to
 // agree, or the program ends with an error.
 //
-// usage: bench_tables [--quick] [DIRECTORY]    (where files are saved; the system's temporary one)
+// usage: bench_tables [--quick] [--rows N] [--rounds N] [--only CONTENDER] [DIRECTORY]
+// (where files are saved; the system's temporary one)
 
+#include "clock.h"
 #include "engine.h"
 #include "files.h"
 #include "flatorders.h"
+#include "options.h"
 #include "report.h"
 #include "residency.h"
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <optional>
-
-void require(bool ok, const std::string &what)
-{
-    if (!ok) {
-        std::fprintf(stderr, "bench_tables: failed: %s\n", what.c_str());
-        std::exit(1);
-    }
-}
 
 namespace
 {
@@ -75,15 +68,6 @@ struct Script {
     Checksums afterTicks, atTheEnd;
 };
 
-template<class Work>
-double nanoseconds(const Work &work)
-{
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    const auto taken = std::chrono::steady_clock::now() - start;
-    return std::chrono::duration<double, std::nano>(taken).count();
-}
-
 double percentile(std::vector<double> &samples, double share)
 {
     const auto at = samples.begin() + std::ptrdiff_t(double(samples.size() - 1) * share);
@@ -112,7 +96,7 @@ public:
         : m_report(report)
         , m_directory(directory)
         , m_script(script)
-        , m_flat(script.initial, script.ticks, script.trades)
+        , m_flat(script.initial, kInsertBatch, script.ticks, script.trades)
         , m_size(sizeName(int(script.initial.size())))
     {
     }
@@ -166,10 +150,13 @@ private:
     void fill()
     {
         const std::vector<Row> &rows = m_script.initial;
-        measure(Workload::Insert, "W1 insert a row", int(rows.size()), [&](Engine &engine, int) {
+        static const std::string kInsert = "W1 insert a row";
+        const auto insert = [&](Engine &engine, int) {
             insertAll(engine, rows);
             return total(engine.firsts());
-        });
+        };
+        const double firsts = measure(Workload::Insert, kInsert, int(rows.size()), insert);
+        measureFlat(kInsert, firsts, int(rows.size()), &FlatOrders::insert);
         for (const auto &engine : m_engines) {
             if (engine->share(Workload::Insert) == 0)
                 insertAll(*engine, rows);
@@ -216,20 +203,20 @@ private:
     {
         static const std::string kTrade = "W2 last, volume, time of a row";
         const double firsts = batches(Workload::Trade, kTrade, m_script.trades, &Engine::trade);
-        measureFlatTrades(kTrade, firsts);
+        m_flat.reset();
+        measureFlat(kTrade, firsts, kBatches * kBatchRows, &FlatOrders::trade);
         batches(Workload::Quote, "W3 bid, ask of a row", m_script.quotes, &Engine::quote);
         batches(Workload::Replace, "W4 remove or insert a row", m_script.replacements,
                 &Engine::replace);
     }
 
-    void measureFlatTrades(const std::string &name, double expected)
+    void measureFlat(const std::string &name, double expected, int operations,
+                     double (FlatOrders::*work)())
     {
-        m_flat.reset();
         double firsts = 0;
-        const double taken = nanoseconds([&] { firsts = m_flat.trade(); });
-        require(firsts == expected, "flat orders");
-        m_report.add(name + m_size, Report::Unit::Nanoseconds, "limit",
-                     taken / (kBatches * kBatchRows));
+        const double taken = nanoseconds([&] { firsts = (m_flat.*work)(); });
+        require(firsts == expected, "flat orders in " + name);
+        m_report.add(name + m_size, Report::Unit::Nanoseconds, "limit", taken / operations);
     }
 
     void ask()
@@ -322,11 +309,28 @@ private:
     std::int64_t m_ranks = 0; // of every question, so that none can be left out
 };
 
+/// What a table of so many rows is measured with: the library, and all peers or the one named.
+std::vector<EngineMaker> contenders(int rows, const std::string &only)
+{
+    std::vector<EngineMaker> makers = {libraryEngine(), orderedEngine(), hashedEngine(),
+                                       sqliteEngine()};
+    if (rows <= kProxyRows)
+        makers.push_back(proxyEngine());
+    const auto isUnwanted = [&](const EngineMaker &maker) {
+        const std::string name = maker()->name();
+        return !only.empty() && name != only && name != "library";
+    };
+    makers.erase(std::remove_if(makers.begin(), makers.end(), isUnwanted), makers.end());
+    return makers;
+}
+
 void measureResidency(Report &report, const std::vector<EngineMaker> &makers, int rows)
 {
     const Market market(rows);
     for (const EngineMaker &maker : makers) {
         const auto engine = maker();
+        if (engine->share(Workload::Insert) == 0)
+            continue;
         const double bytes = residentBytes([&] { insertAll(*engine, market.rows()); });
         report.add("W1 resident bytes of a row" + Rounds::sizeName(rows), Report::Unit::Bytes,
                    engine->name(), bytes / rows);
@@ -356,42 +360,38 @@ void noteScale(Report &report, int small, int large)
 
 int main(int argc, char *argv[])
 {
-    bool quick = false;
-    std::string place = std::filesystem::temp_directory_path();
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--quick") == 0)
-            quick = true;
-        else
-            place = argv[i];
-    }
+    const Options options = readOptions(argc, argv);
+    const std::string &only = options.only;
+    require(only.empty() || only == "library" || contenders(kProxyRows, only).size() == 2,
+            "no contender is named '" + only + "'");
+    require(options.rows == 0 || options.rows >= kBatchRows,
+            "a batch changes " + std::to_string(kBatchRows) + " rows");
+    const std::string place = options.directory.empty()
+                                  ? std::filesystem::temp_directory_path().string()
+                                  : options.directory;
     std::string directory = place + "/bench-tables-XXXXXX";
     require(mkdtemp(directory.data()) != nullptr, "making a directory in " + place);
 
-    const std::vector<int> sizes = quick ? std::vector{100000} : std::vector{100000, 1000000};
-    const int rounds = quick ? 3 : 5;
-    std::vector<EngineMaker> makers;
-    for (const EngineMaker &maker :
-         {libraryEngine(), orderedEngine(), hashedEngine(), sqliteEngine()}) {
-        if (maker)
-            makers.push_back(maker);
-    }
+    std::vector<int> sizes = {100000, 1000000};
+    if (options.rows > 0)
+        sizes = {options.rows};
+    else if (options.quick)
+        sizes.pop_back();
     Report report("library");
     for (const int rows : sizes)
-        measureResidency(report, makers, rows); // before any thread runs
+        measureResidency(report, contenders(rows, only), rows); // before any thread runs
     for (const int rows : sizes) {
         const Script script(rows);
-        std::vector<EngineMaker> all = makers;
-        if (rows <= kProxyRows)
-            all.push_back(proxyEngine());
+        const std::vector<EngineMaker> makers = contenders(rows, only);
         Rounds measured(report, directory, script);
-        for (int round = 0; round < rounds; ++round) {
-            std::fprintf(stderr, "%d rows, round %d of %d\n", rows, round + 1, rounds);
-            measured.run(round, all);
+        for (int round = 0; round < options.rounds; ++round) {
+            std::fprintf(stderr, "%d rows, round %d of %d\n", rows, round + 1, options.rounds);
+            measured.run(round, makers);
         }
     }
     if (sizes.size() > 1)
         noteScale(report, sizes.front(), sizes.back());
     std::filesystem::remove_all(directory);
-    report.print("tables, medians of " + std::to_string(rounds) + " rounds");
+    report.print("tables, medians of " + std::to_string(options.rounds) + " rounds");
     return 0;
 }

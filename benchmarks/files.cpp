@@ -1,6 +1,6 @@
 #include "files.h"
 
-#include "engine.h"
+#include "require.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

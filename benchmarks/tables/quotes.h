@@ -19,6 +19,7 @@ public:
         : IndexSort(table, true)
         , m_column(*table->columnDef(column))
     {
+        setColumns({column});
     }
     int compare(const Record &a, const Record &b) const override
     {

@@ -43,8 +43,10 @@ public:
     void trade(const std::vector<Row> &rows) override
     {
         RecordsTrans batch(&m_table);
-        for (const Row &row : rows) {
-            RecordUpdater pending = batch.updateRow(live(row.key));
+        const QList<Record> found = liveAll(rows);
+        for (int i = 0; i < found.size(); ++i) {
+            const Row &row = rows[size_t(i)];
+            RecordUpdater pending = batch.updateRow(found.at(i));
             pending.field(kLast).setValue(row.last);
             pending.field(kVolume).setValue(qint64(row.volume));
             pending.field(kTime).setValue(datetime(row.time));
@@ -54,8 +56,10 @@ public:
     void quote(const std::vector<Row> &rows) override
     {
         RecordsTrans batch(&m_table);
-        for (const Row &row : rows) {
-            RecordUpdater pending = batch.updateRow(live(row.key));
+        const QList<Record> found = liveAll(rows);
+        for (int i = 0; i < found.size(); ++i) {
+            const Row &row = rows[size_t(i)];
+            RecordUpdater pending = batch.updateRow(found.at(i));
             pending.field(kBid).setValue(decimal::fromParts(row.bid, kPriceScale));
             pending.field(kAsk).setValue(decimal::fromParts(row.ask, kPriceScale));
         }
@@ -64,8 +68,8 @@ public:
     void replace(const Replacement &replacement) override
     {
         RecordsTrans batch(&m_table);
-        for (const Key &key : replacement.removed)
-            batch.removeRow(live(key));
+        for (const Record &record : liveAll(replacement.removed))
+            batch.removeRow(record);
         for (const Row &row : replacement.inserted)
             batch.insertRow(m_table.newRecord(row));
         execute(batch);
@@ -147,6 +151,18 @@ private:
         QuotesTable::setKey(m_key, key);
         return m_table.masterIndex()->find(m_key, -1);
     }
+    /// The records of a batch's keys, searched for side by side.
+    template<class Each>
+    QList<Record> liveAll(const std::vector<Each> &each)
+    {
+        while (m_keys.size() < int(each.size()))
+            m_keys.append(Record(&m_table));
+        for (size_t i = 0; i < each.size(); ++i)
+            QuotesTable::setKey(m_keys.at(int(i)), keyOf(each[i]));
+        return m_table.masterIndex()->findAll(m_keys.mid(0, int(each.size())));
+    }
+    static const Key &keyOf(const Key &key) { return key; }
+    static const Key &keyOf(const Row &row) { return row.key; }
     void execute(RecordsTrans &batch)
     {
         const TableUpdate bracket(m_table);
@@ -159,6 +175,7 @@ private:
     const ByColumn &m_byVolume = m_quotes.orders[size_t(Order::Volume)];
     const ByColumn &m_byTime = m_quotes.orders[size_t(Order::Time)];
     const Record m_key{&m_table}; // scratch for searches
+    QList<Record> m_keys;         // the same, for many at once
     std::vector<Record> m_held;
 };
 

@@ -92,6 +92,11 @@ public:
     /// The record at search(key, from), or a null record.
     virtual Record find(const Record &key, int from) const;
 
+    /// find(key, -1) for each of many keys, in step with them. Where the index has told its columns
+    /// by setColumns(), the searches go on side by side, so that they do not wait for memory one
+    /// after the other.
+    QList<Record> findAll(const QList<Record> &keys) const;
+
     // Searches look at the positions from + 1 .. count() - 1; -1 means that nothing matches.
 
     /// The first position that compares equal. O(log n).
@@ -142,11 +147,13 @@ private:
     };
 
     class RowFinder;
+    struct KeySearch;
 
     /// On which side of its equals a key is looked for.
     enum class Side { Before, Behind };
 
     int bound(const Record &key, Side side, int from, int to) const;
+    void findTile(const Record *keys, int n, QList<Record> &found) const;
     int findByKey(const Record &record) const;
     std::vector<int> findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
     int lowerBound(const Record &key) const { return bound(key, Side::Before, 0, count()); }

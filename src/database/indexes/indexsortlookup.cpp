@@ -14,6 +14,8 @@ constexpr int kProbes = 8;
 constexpr int kScanned = 64;
 // Records whose cells and places are asked for ahead of their turn.
 constexpr int kAhead = 12;
+// Searches by key that wait for memory together.
+constexpr int kSideBySide = 32;
 
 /// Turns away most rows that are not in a set, with few bits of memory per row.
 class RowSieve
@@ -74,6 +76,69 @@ int IndexSort::bound(const Record &key, Side side, int from, int to) const
         search.narrow(other != digest ? other < digest : precedes(element));
     }
     return search.place();
+}
+
+/// One of several searches by key that go on side by side.
+struct IndexSort::KeySearch {
+    quint64 digest;
+    int first; // of the range that the guide gave
+    SortGuide::Search probes;
+    const Record *stretch; // the records of the range; null where the guide is of no help
+    const Record *probed;
+};
+
+QList<Record> IndexSort::findAll(const QList<Record> &keys) const
+{
+    QList<Record> found;
+    found.reserve(keys.size());
+    for (int i = 0; i < keys.size(); i += kSideBySide)
+        findTile(&keys.at(i), qMin(keys.size() - i, kSideBySide), found);
+    return found;
+}
+
+void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
+{
+    KeySearch searches[kSideBySide];
+    const bool guided = m_aid && m_aid->guides();
+    for (int i = 0; i < n; ++i) {
+        KeySearch &search = searches[i] = {};
+        if (!guided || !m_aid->key.read(keys[i].row(), &search.digest))
+            continue;
+        const SortGuide::Range range = m_aid->guide.range(search.digest);
+        search.first = range.first;
+        search.probes = {range, search.digest};
+        search.stretch = m_list.stretch(range.first, range.last);
+        if (search.stretch)
+            __builtin_prefetch(search.stretch + (search.probes.probe() - range.first));
+    }
+    for (bool open = guided; open;) {
+        open = false;
+        for (int i = 0; i < n; ++i) {
+            KeySearch &search = searches[i];
+            if (!search.stretch || !search.probes.isOpen())
+                continue;
+            search.probed = search.stretch + (search.probes.probe() - search.first);
+            m_aid->key.prefetch(search.probed->row());
+            open = true;
+        }
+        for (int i = 0; i < n; ++i) {
+            KeySearch &search = searches[i];
+            if (!search.stretch || !search.probes.isOpen())
+                continue;
+            const quint64 digest = m_aid->key(search.probed->row());
+            search.probes.narrow(digest != search.digest ? digest < search.digest
+                                                         : compare(*search.probed, keys[i]) < 0);
+        }
+    }
+    for (int i = 0; i < n; ++i) {
+        if (!searches[i].stretch) {
+            found.append(find(keys[i], -1));
+            continue;
+        }
+        const Record &record = m_list.at(searches[i].probes.place());
+        const bool matches = !record.isNull() && compare(record, keys[i]) == 0;
+        found.append(matches ? record : Record());
+    }
 }
 
 // The position of this very row where its key says that it stands, or -1.

@@ -222,14 +222,11 @@ void Table::complete(const QList<Record> &updated, const QList<Record> &values, 
 
 void Table::processSingleTransaction(RecordsTrans &transaction)
 {
-    QList<Record> removed = transaction.removeList();
-    QList<Record> updated = transaction.updateList();
-    const QList<Record> inserted = transaction.insertList();
-    const QList<Record> changed = transaction.changeList();
     const QPair<int, int> columns = transaction.columns();
     // Emptied before the passes: whatever an index throws, the batch is spent.
-    transaction.clear();
-    processSingleTransaction(removed, updated, columns.first, columns.second, inserted, changed);
+    RecordsTrans::Lists lists = transaction.take();
+    processSingleTransaction(lists.removed, lists.updated, columns.first, columns.second,
+                             lists.inserted, lists.changed);
 }
 
 void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,

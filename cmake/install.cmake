@@ -28,6 +28,7 @@ set(DATABASE_PRIVATE_HEADERS
     settingstags.h
     settingsvalue.h
     tables/arrivallist.h
+    tables/columnspan.h
     tables/firsterror.h
     tables/prefetch.h
     tables/streamtext.h

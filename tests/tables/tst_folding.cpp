@@ -335,3 +335,24 @@ TEST_P(FoldingRules, combineEveryTwoOperationsOnARow)
 INSTANTIATE_TEST_SUITE_P(Keys, FoldingRules, ::testing::Bool(), [](const auto &info) {
     return info.param ? "comparedAsBytes" : "comparedByValue";
 });
+
+TEST(BatchLists, areInTheOrderOfKeysWithLongCommonBeginnings)
+{
+    Table table(QStringLiteral("quotes"), QString());
+    table.addColumn(QStringLiteral("board"), FieldType::VarChar, 6, false);
+    table.addColumn(QStringLiteral("code"), FieldType::VarChar, 8, false);
+    table.setMasterIndex(new MasterIndex_Fast_Pure(&table, QStringList{"board", "code"}));
+    RecordsTrans batch(&table);
+    for (int i = 0; i < 500; ++i) {
+        const int number = i * 187 % 500; // every one once, in no order
+        const QString board = QStringLiteral("BOARD%1").arg(number % 3);
+        const QString code = QStringLiteral("OPTION%1").arg(number, 2, 36);
+        const Record row = newRow(table, {qPrintable(board), qPrintable(code)});
+        batch.insertRow(row);
+        EXPECT_EQ(batch.updateRow(row.clone()).record(), row); // the same key
+    }
+    const QList<Record> inserted = batch.insertList();
+    EXPECT_EQ(inserted.size(), 500);
+    EXPECT_TRUE(
+        std::is_sorted(inserted.begin(), inserted.end(), IndexSort::LessThan(table.masterIndex())));
+}

@@ -59,9 +59,25 @@ std::unique_ptr<ArrivalList> ArrivalList::make(const MasterIndex &master)
     return std::unique_ptr<ArrivalList>(new ArrivalList(fast.keyOffset(), fast.keyLength()));
 }
 
+// Two words a step, each multiplied on its own, so that no multiplication waits for another. Keys
+// differ in few bits; multiplying carries those upwards, and the upper half is taken at the end.
 uint ArrivalList::hashOf(const Record &record) const
 {
-    return qHashBits(record.row() + m_keyOffset, size_t(m_keyLength));
+    constexpr quint64 kOdd = 0x9E3779B97F4A7C15, kOtherOdd = 0xC2B2AE3D27D4EB4F;
+    const uchar *word = record.row() + m_keyOffset;
+    const uchar *const end = word + m_keyLength;
+    quint64 even = 0, odd = 0;
+    const auto mixed = [](quint64 sum, const uchar *bytes, quint64 factor) {
+        sum = (sum ^ qFromUnaligned<quint64>(bytes)) * factor;
+        return sum ^ (sum >> 32);
+    };
+    for (; end - word > 8; word += 16) {
+        even = mixed(even, word, kOdd);
+        odd = mixed(odd, word + 8, kOtherOdd);
+    }
+    if (word != end)
+        even = mixed(even, word, kOdd);
+    return uint(((even + odd) * kOdd) >> 32);
 }
 
 ArrivalList::Entry *ArrivalList::find(const Record &key)

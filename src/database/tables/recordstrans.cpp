@@ -168,10 +168,12 @@ RecordsTrans::Lists RecordsTrans::take()
         if (entry->kind == Updated)
             moveInto(lists.changed, entry->change);
     }
-    for (Op &op : m_ops)
-        move(op.kind, op.record);
-    for (Op &op : m_changes)
-        moveInto(lists.changed, op.record);
+    if (!m_ops.isEmpty()) {
+        for (Op &op : m_ops)
+            move(op.kind, op.record);
+        for (Op &op : m_changes)
+            moveInto(lists.changed, op.record);
+    }
     clear();
     return lists;
 }

@@ -30,7 +30,10 @@ set(DATABASE_PRIVATE_HEADERS
     services/threadannotations.h
     settingstags.h
     settingsvalue.h
+    tables/arrivallist.h
+    tables/columnspan.h
     tables/firsterror.h
+    tables/prefetch.h
     tables/streamtext.h
     values/localetext.h
     values/numberscanner.h

@@ -89,8 +89,8 @@ QString Record::dump(bool skipNulls) const
              cells.join(QLatin1Char(' ')));
 }
 
-RecordUpdater::RecordUpdater(RecordsTrans *transaction, const Record &pending)
-    : m_pending(pending)
+RecordUpdater::RecordUpdater(RecordsTrans *transaction, Record pending)
+    : m_pending(std::move(pending))
     , m_transaction(transaction)
     , m_first(std::numeric_limits<qint32>::max())
     , m_last(-1)

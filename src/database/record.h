@@ -136,7 +136,7 @@ static_assert(sizeof(Record) == sizeof(void *), "lists of records are lists of p
 class DATABASE_EXPORT RecordUpdater
 {
 public:
-    RecordUpdater(RecordsTrans *transaction, const Record &pending);
+    RecordUpdater(RecordsTrans *transaction, Record pending);
 
     const Record &record() const { return m_pending; }
 

@@ -274,35 +274,45 @@ TEST_F(UpdateCycle, registersIndexesByOrderAndName)
 
 TEST_F(UpdateCycle, letsIndexesComeAndGoInsideEveryCall)
 {
-    // Inside each call a destroys the index behind it and makes another, which builds itself.
+    // Inside each call a destroys the index before or behind it, or none, and makes another, which
+    // builds itself.
     std::unique_ptr<RecordingIndex> goes;
     std::unique_ptr<IndexList> made;
     QString where;
     m_a.onCall = [&](const QString &call) {
-        if (call != where || !goes)
+        if (call != where || made)
             return;
         goes.reset();
         made = std::make_unique<IndexList>(&m_table, true);
         made->build();
     };
+    int lastKey = 10;
+    const auto key = [&] { return QByteArray::number(++lastKey); };
     const std::pair<const char *, std::function<void()>> cases[] = {
-        {"preprocess", [&] { executeInsertion("11"); }},
-        {"process", [&] { executeInsertion("12"); }},
-        {"add", [&] { m_table.appendList({newRow(m_table, {"13"})}); }},
+        {"preprocess", [&] { executeInsertion(key()); }},
+        {"process", [&] { executeInsertion(key()); }},
+        {"add", [&] { m_table.appendList({newRow(m_table, {key()})}); }},
         {"beginUpdate", [&] { const TableUpdate update(m_table); }},
         {"endUpdate", [&] { const TableUpdate update(m_table); }},
     };
-    for (const auto &[call, act] : cases) {
-        SCOPED_TRACE(call);
-        goes = std::make_unique<RecordingIndex>("gone", &m_log, &m_table);
-        m_table.setIndexes({&m_a, goes.get(), &m_b});
-        where = call;
-        m_log.clear();
-        act();
-        EXPECT_EQ(m_log.filter("b." + where).size(), 1);
-        EXPECT_EQ(m_log.filter("gone." + where), QStringList());
-        ASSERT_EQ(m_table.indexes(), (QList<Index *>{&m_a, &m_b, made.get()}));
-        EXPECT_EQ(rows(*made), rows(*m_table.masterIndex()));
-        made.reset();
+    enum Goer { Before, Behind, None };
+    for (const Goer goer : {Before, Behind, None}) {
+        for (const auto &[call, act] : cases) {
+            SCOPED_TRACE(std::string(call) + " " + std::to_string(goer));
+            QList<Index *> indexes{&m_a, &m_b};
+            if (goer != None) {
+                goes = std::make_unique<RecordingIndex>("gone", &m_log, &m_table);
+                indexes.insert(goer, goes.get());
+            }
+            m_table.setIndexes(indexes);
+            where = call;
+            m_log.clear();
+            act();
+            EXPECT_EQ(m_log.filter("b." + where).size(), 1);
+            EXPECT_EQ(m_log.filter("gone." + where).size(), goer == Before ? 1 : 0);
+            ASSERT_EQ(m_table.indexes(), (QList<Index *>{&m_a, &m_b, made.get()}));
+            EXPECT_EQ(rows(*made), rows(*m_table.masterIndex()));
+            made.reset();
+        }
     }
 }

@@ -1,6 +1,7 @@
 #include "database/tables/recordstrans.h"
 
 #include "database/masterindex_struct.h"
+#include "database/tables/arrivallist.h"
 #include "database/tables/table.h"
 
 #include <limits>
@@ -33,6 +34,13 @@ void enter(Ops &ops, const RecordsTrans::MapKey &key, const RecordsTrans::Op &op
         ops.insert(place, key, op);
 }
 
+// Hands a handle over to a list without a change of its count.
+void moveInto(QList<Record> &records, Record &record)
+{
+    records.append(Record());
+    records.last().swap(record);
+}
+
 } // namespace
 
 bool operator<(const RecordsTrans::MapKey &a, const RecordsTrans::MapKey &b)
@@ -47,6 +55,8 @@ RecordsTrans::RecordsTrans(Table *table)
 {
 }
 
+RecordsTrans::~RecordsTrans() = default;
+
 void RecordsTrans::swap(RecordsTrans &other) noexcept
 {
     Q_ASSERT(m_table == other.m_table);
@@ -54,23 +64,118 @@ void RecordsTrans::swap(RecordsTrans &other) noexcept
     std::swap(m_last, other.m_last);
     m_ops.swap(other.m_ops);
     m_changes.swap(other.m_changes);
+    m_arrivals.swap(other.m_arrivals);
 }
 
 QPair<int, int> RecordsTrans::columns() const
 {
     if (m_first <= m_last)
         return {m_first, m_last};
-    return {0, m_table->columnCount() - 1};
+    return {0, lastColumn()};
 }
+
+int RecordsTrans::lastColumn() const
+{
+    return m_table->columnCount() - 1;
+}
+
+// Entries that have not been settled
+// ---------------------------------------------------------------
+
+// Where a new key goes first; null when it goes into the maps.
+ArrivalList *RecordsTrans::arrivals()
+{
+    if (!m_arrivals && m_ops.isEmpty())
+        m_arrivals = ArrivalList::make(*m_table->masterIndex());
+    return m_arrivals.get();
+}
+
+// Enters an operation on a key that the batch does not hold. Otherwise, false, the operation is to
+// be folded into what stands in the maps.
+bool RecordsTrans::arrives(const Record &record, Kind kind, const Record &change)
+{
+    ArrivalList *const list = arrivals();
+    if (!list)
+        return false;
+    const auto [entry, isNew] = list->enter(record, kind);
+    if (isNew)
+        entry->change = change;
+    else
+        settle();
+    return isNew;
+}
+
+void RecordsTrans::settle()
+{
+    if (!m_arrivals)
+        return;
+    QMap<MapKey, Op> ops, changes;
+    for (const ArrivalList::Entry *entry : m_arrivals->sorted()) {
+        const MapKey key(entry->record);
+        ops.insert(ops.cend(), key, {entry->record, entry->kind});
+        if (entry->kind == Updated)
+            changes.insert(changes.cend(), key, {entry->change, Updated});
+    }
+    m_ops.swap(ops);
+    m_changes.swap(changes);
+    m_arrivals.reset();
+}
+
+// Lists
+// --------------------------------------------------------------------------------------------
 
 QList<Record> RecordsTrans::recordsOf(Kind kind) const
 {
     QList<Record> records;
+    if (m_arrivals) {
+        for (const ArrivalList::Entry *entry : m_arrivals->sorted()) {
+            if (entry->kind == kind)
+                records.append(entry->record);
+        }
+    }
     for (const Op &op : m_ops) {
         if (op.kind == kind)
             records.append(op.record);
     }
     return records;
+}
+
+// Moves all entries out and clears the batch.
+RecordsTrans::Lists RecordsTrans::take()
+{
+    Lists lists;
+    int counts[Updated + 1] = {};
+    std::vector<ArrivalList::Entry *> entries;
+    if (m_arrivals)
+        entries = m_arrivals->sorted();
+    for (const ArrivalList::Entry *entry : entries)
+        ++counts[entry->kind];
+    for (const Op &op : qAsConst(m_ops))
+        ++counts[op.kind];
+    lists.inserted.reserve(counts[Inserted]);
+    lists.removed.reserve(counts[Removed]);
+    lists.updated.reserve(counts[Updated]);
+    lists.changed.reserve(counts[Updated]);
+
+    const auto move = [&lists](Kind kind, Record &record) {
+        moveInto(kind == Inserted  ? lists.inserted
+                 : kind == Removed ? lists.removed
+                                   : lists.updated,
+                 record);
+    };
+    for (ArrivalList::Entry *entry : entries) {
+        move(entry->kind, entry->record);
+        if (entry->kind == Updated)
+            moveInto(lists.changed, entry->change);
+    }
+    if (!m_ops.isEmpty()) {
+        for (Op &op : m_ops)
+            move(op.kind, op.record);
+        for (Op &op : m_changes)
+            moveInto(lists.changed, op.record);
+    }
+    clear();
+    return lists;
 }
 
 QList<Record> RecordsTrans::insertList() const
@@ -91,24 +196,30 @@ QList<Record> RecordsTrans::updateList() const
 QList<Record> RecordsTrans::changeList() const
 {
     QList<Record> records;
-    records.reserve(m_changes.size());
+    if (m_arrivals) {
+        for (const ArrivalList::Entry *entry : m_arrivals->sorted()) {
+            if (entry->kind == Updated)
+                records.append(entry->change);
+        }
+    }
+    records.reserve(records.size() + m_changes.size());
     for (const Op &op : m_changes)
         records.append(op.record);
     return records;
 }
 
+// Operations
+// ---------------------------------------------------------------------------------------
+
 RecordUpdater RecordsTrans::insertRow(const Record &row)
 {
-    RecordUpdater updater(this, row);
-    updater.insertInMap(row);
-    return updater;
+    mergeInsertedRow(row);
+    return RecordUpdater(this, row);
 }
 
 RecordUpdater RecordsTrans::updateRow(const Record &live)
 {
-    RecordUpdater updater(this, live);
-    updater.updateInMap();
-    return updater;
+    return RecordUpdater(this, pendingUpdate(live));
 }
 
 void RecordsTrans::removeRow(const Record &live)
@@ -118,16 +229,31 @@ void RecordsTrans::removeRow(const Record &live)
 
 RecordUpdater RecordsTrans::upsertRow(const Record &keyRow)
 {
-    const MapKey key(keyRow);
-    const auto entry = placeOf(m_ops, key);
-    if (holds(m_ops, entry, key))
-        return updateRow(entry->record);
+    if (m_arrivals) {
+        if (const ArrivalList::Entry *entry = m_arrivals->find(keyRow))
+            return updateRow(Record(entry->record));
+    } else {
+        const MapKey key(keyRow);
+        const auto entry = placeOf(m_ops, key);
+        if (holds(m_ops, entry, key))
+            return updateRow(entry->record);
+    }
     const Record live = m_table->masterIndex()->find(keyRow, -1);
     return live ? updateRow(live) : insertRow(keyRow.clone());
 }
 
 Record RecordsTrans::pendingUpdate(const Record &live)
 {
+    if (ArrivalList *const list = arrivals()) {
+        const auto [entry, isNew] = list->enter(live, Updated);
+        if (isNew)
+            entry->change = live.clone();
+        if (entry->kind == Updated)
+            return entry->change;
+        if (entry->kind == Inserted)
+            return entry->record;
+        settle();
+    }
     const MapKey key(live);
     const auto entry = placeOf(m_ops, key);
     if (!holds(m_ops, entry, key)) {
@@ -152,6 +278,8 @@ Record RecordsTrans::pendingUpdate(const Record &live)
 
 void RecordsTrans::mergeInsertedRow(const Record &row)
 {
+    if (arrives(row, Inserted, Record()))
+        return;
     const MapKey key(row);
     auto place = placeOf(m_ops, key);
     if (holds(m_ops, place, key)) {
@@ -165,6 +293,8 @@ void RecordsTrans::mergeInsertedRow(const Record &row)
 
 void RecordsTrans::mergeRemovedRow(const Record &row)
 {
+    if (arrives(row, Removed, Record()))
+        return;
     const MapKey key(row);
     const auto entry = placeOf(m_ops, key);
     if (!holds(m_ops, entry, key)) {
@@ -178,6 +308,10 @@ void RecordsTrans::mergeRemovedRow(const Record &row)
 
 void RecordsTrans::mergeUpdatedRow(const Record &live, const Record &changed, int first, int last)
 {
+    if (arrives(live, Updated, changed)) {
+        widen(first, last);
+        return;
+    }
     const MapKey key(live);
     const auto entry = placeOf(m_ops, key);
     const bool found = holds(m_ops, entry, key);
@@ -221,26 +355,22 @@ void RecordsTrans::merge(RecordsTrans &other)
 
 void RecordsTrans::execute()
 {
-    if (!m_ops.isEmpty())
+    if (!isEmpty())
         m_table->process(*this);
 }
 
 void RecordsTrans::clear()
 {
+    m_arrivals.reset();
     m_ops.clear();
     m_changes.clear();
     m_first = kNoFirst;
     m_last = kNoLast;
 }
 
-void RecordsTrans::widen(int first, int last)
-{
-    m_first = qMin(m_first, qMax(first, 0));
-    m_last = qMax(m_last, last < 0 ? m_table->columnCount() - 1 : last);
-}
-
 void RecordsTrans::removePending(const Record &pending)
 {
+    settle();
     const MapKey key(pending);
     const auto entry = m_ops.find(key);
     if (entry == m_ops.end())

@@ -7,6 +7,9 @@
 #include <QtCore/qmap.h>
 #include <QtCore/qpair.h>
 
+#include <memory>
+
+class ArrivalList;
 class Table;
 
 /// A batch of insertions, updates and removals of one table, one entry per key of the master index.
@@ -24,6 +27,9 @@ class Table;
 ///  (1) Every entry of kind Updated in ops has one in changes under the same key, and no other key
 ///      stands in changes. So updateList() and changeList() run in step.
 ///  (2) first > last means that no range of changed columns is set; processing takes all columns.
+///  (3) Entries stand either all in the maps or all in the list of arrivals, which is null rather
+///      than empty. A batch for a master index that compares keys as bytes begins with the list and
+///      settles into the maps once an operation has to be folded into another.
 ///
 /// A table without a key (MasterIndexOrdered) has one key only, so a batch folds all its operations
 /// into one: rows of such a table come through Table::appendRow() and appendList().
@@ -59,12 +65,13 @@ public:
     };
 
     explicit RecordsTrans(Table *table);
+    ~RecordsTrans();
     RecordsTrans(const RecordsTrans &) = delete;
     RecordsTrans &operator=(const RecordsTrans &) = delete;
     void swap(RecordsTrans &other) noexcept;
 
     Table *table() const { return m_table; }
-    bool isEmpty() const { return m_ops.isEmpty(); }
+    bool isEmpty() const { return !m_arrivals && m_ops.isEmpty(); }
     int first() const { return m_first; } ///< first changed column, 2147483647 while none is set
     int last() const { return m_last; }   ///< last changed column, -1 while none is set
     /// first() and last(), or all columns while no range is set.
@@ -107,15 +114,31 @@ public:
 
 private:
     friend class RecordUpdater;
+    friend class Table;
 
+    /// What the passes over the indexes are given, each list in key order.
+    struct Lists {
+        QList<Record> inserted, removed, updated, changed;
+    };
+
+    ArrivalList *arrivals();
+    bool arrives(const Record &record, Kind kind, const Record &change);
+    void settle();
+    Lists take();
     QList<Record> recordsOf(Kind kind) const;
-    void widen(int first, int last);
+    void widen(int first, int last)
+    {
+        m_first = qMin(m_first, qMax(first, 0));
+        m_last = qMax(m_last, last < 0 ? lastColumn() : last);
+    }
+    int lastColumn() const;
     void removePending(const Record &pending);
     Record pendingUpdate(const Record &live);
 
     qint32 m_first; // invariant (2)
     qint32 m_last;
-    QMap<MapKey, Op> m_ops;     // invariant (1)
-    QMap<MapKey, Op> m_changes; // invariant (1)
-    Table *m_table;             // borrowed
+    QMap<MapKey, Op> m_ops;                  // invariant (1)
+    QMap<MapKey, Op> m_changes;              // invariant (1)
+    Table *m_table;                          // borrowed
+    std::unique_ptr<ArrivalList> m_arrivals; // invariant (3)
 };

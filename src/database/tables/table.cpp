@@ -2,6 +2,7 @@
 
 #include "database/bcdii.h"
 #include "database/indexes/index.h"
+#include "database/tables/columnspan.h"
 #include "database/tables/tableprivate.h"
 
 #include <QtCore/qdebug.h>
@@ -281,32 +282,7 @@ void Table::copyRowContent(uchar *dst, const uchar *src) const
 
 void Table::copyRowContent(uchar *dst, const uchar *src, int first, int last) const
 {
-    const int lastColumn = columnCount() - 1;
-    first = qMax(first, 0);
-    last = last < 0 ? lastColumn : qMin(last, lastColumn);
-    if (first > last)
-        return;
-
-    const qint64 from = kRowHeaderSize + columnDef(first)->offset;
-    const qint64 to = kRowHeaderSize + columnDef(last)->offset + roundedCell(columnDef(last)->size);
-    std::memcpy(dst + from, src + from, size_t(to - from));
-
-    uchar *const dstBits = dst + kRowHeaderSize + d->dataLength;
-    const uchar *const srcBits = src + kRowHeaderSize + d->dataLength;
-    const auto mergeByte = [&](int byte, unsigned mask) {
-        dstBits[byte] = uchar((dstBits[byte] & ~mask) | (srcBits[byte] & mask));
-    };
-    const int firstByte = first / 8;
-    const int lastByte = last / 8;
-    const unsigned firstMask = 0xFFu << (first % 8);
-    const unsigned lastMask = 0xFFu >> (7 - last % 8);
-    if (firstByte == lastByte) {
-        mergeByte(firstByte, firstMask & lastMask);
-        return;
-    }
-    mergeByte(firstByte, firstMask);
-    std::memcpy(dstBits + firstByte + 1, srcBits + firstByte + 1, size_t(lastByte - firstByte - 1));
-    mergeByte(lastByte, lastMask);
+    ColumnSpan(d->columns, d->dataLength, first, last).copy(dst, src);
 }
 
 void Table::freeRow(uchar *row) noexcept

@@ -29,36 +29,78 @@ struct TablePrivate {
     void forEachIndex(Call &&call)
     {
         IndexWalk walk(*this);
-        for (int i = 0; i < walk.left.size(); ++i) {
-            if (Index *index = walk.left.at(i))
-                call(index);
+        while (Index *index = walk.next())
+            call(index);
+    }
+
+    /// One walk over the registry, in the list of those under way, innermost first. It reads the
+    /// registry itself until that changes, and from then on a copy.
+    class IndexWalk
+    {
+    public:
+        explicit IndexWalk(TablePrivate &table)
+            : m_indexes(&table.indexes)
+            , m_outer(table.walks)
+            , m_innermost(table.walks)
+        {
+            m_innermost = this;
         }
+        ~IndexWalk() { m_innermost = m_outer; }
+        IndexWalk(const IndexWalk &) = delete;
+        IndexWalk &operator=(const IndexWalk &) = delete;
+
+        /// The next index, null at the end.
+        Index *next()
+        {
+            while (m_next < m_indexes->size()) {
+                if (Index *index = m_indexes->at(m_next++))
+                    return index;
+            }
+            return nullptr;
+        }
+        /// Begins again, with the indexes before the last one that next() gave.
+        void turnBack()
+        {
+            keep();
+            m_kept.erase(m_kept.begin() + (m_next - 1), m_kept.end());
+            m_next = 0;
+        }
+
+    private:
+        friend struct TablePrivate;
+
+        void keep()
+        {
+            m_kept = *m_indexes;
+            m_indexes = &m_kept;
+        }
+
+        const QList<Index *> *m_indexes; // the registry or m_kept
+        QList<Index *> m_kept;           // null where one left
+        int m_next = 0;
+        IndexWalk *const m_outer;
+        IndexWalk *&m_innermost;
+    };
+
+    /// Called before the registry changes: the walks under way go on as it was.
+    void keepWalks()
+    {
+        for (IndexWalk *walk = walks; walk; walk = walk->m_outer)
+            walk->keep();
     }
     /// Takes an index that left the registry out of the walks under way. Its address is not looked
     /// for later: a new index may have it by then.
     void leaveWalks(Index *index)
     {
-        for (IndexWalk *walk = walks; walk; walk = walk->outer) {
-            const int i = walk->left.indexOf(index);
+        for (IndexWalk *walk = walks; walk; walk = walk->m_outer) {
+            const int i = walk->m_kept.indexOf(index);
             if (i != -1)
-                walk->left[i] = nullptr;
+                walk->m_kept[i] = nullptr;
         }
     }
 
-    /// One walk over the registry, in the list of those under way, innermost first.
-    struct IndexWalk {
-        explicit IndexWalk(TablePrivate &table)
-            : left(table.indexes)
-            , outer(table.walks)
-            , innermost(table.walks)
-        {
-            innermost = this;
-        }
-        ~IndexWalk() { innermost = outer; }
-        QList<Index *> left; // null where one left; shared with the registry until it changes
-        IndexWalk *const outer;
-        IndexWalk *&innermost;
-    };
+    /// Called when names change, so that a batch does not look for the name.
+    void findLimit() { limit = indexNames.value(QStringLiteral("IndexLimit"), nullptr); }
 
     const QString name;
     QString title;
@@ -66,6 +108,7 @@ struct TablePrivate {
     QList<Index *> indexes;            // borrowed, in the order of registration
     IndexWalk *walks = nullptr;        // innermost of those under way
     QMap<QString, Index *> indexNames; // borrowed
+    Index *limit = nullptr;            // the one of them that is named "IndexLimit"
     QList<Index *> dependentIndexes;   // borrowed; they belong to other tables
     QList<TableColumnDef *> columns;   // owned, in column order
     qint64 dataLength = 0;             // sum of the columns' rounded sizes

@@ -4,9 +4,21 @@
 #include "database/indexes/indexlimit.h"
 #include "database/joins/tablejoin.h"
 #include "database/services/threadannotations.h"
+#include "database/tables/columnspan.h"
 #include "database/tables/firsterror.h"
+#include "database/tables/prefetch.h"
 #include "database/tables/table.h"
 #include "database/tables/tableprivate.h"
+
+#include <optional>
+
+namespace
+{
+
+// Rows whose cells are asked for before they are written.
+constexpr int kRowsAhead = 8;
+
+} // namespace
 
 qint64 Table::m_nsecsElapsedTotal = 0;
 
@@ -25,17 +37,20 @@ void Table::setMasterIndex(MasterIndex *index)
 
 void Table::addIndex(Index *index)
 {
+    d->keepWalks();
     d->indexes.append(index);
     Q_EMIT indexAdded(index);
 }
 
 void Table::removeIndex(Index *index)
 {
+    d->keepWalks();
     d->indexes.removeOne(index);
     d->leaveWalks(index);
     const QString name = indexName(index);
     if (namedIndex(name) == index)
         d->indexNames.remove(name);
+    d->findLimit();
     Q_EMIT indexRemoved(index);
 }
 
@@ -54,6 +69,7 @@ void Table::removeDependentIndex(Index *index)
 void Table::setIndexName(const QString &name, Index *index)
 {
     d->indexNames.insert(name, index);
+    d->findLimit();
 }
 
 Index *Table::namedIndex(const QString &name) const
@@ -79,6 +95,7 @@ QList<Index *> Table::dependentIndexes() const
 void Table::setIndexes(const QList<Index *> &indexes)
 {
     const QList<Index *> before = d->indexes;
+    d->keepWalks();
     d->indexes = indexes;
     for (Index *index : before) {
         if (!indexes.contains(index))
@@ -128,7 +145,7 @@ void Table::beginUpdate()
     int dependentsTold = 0;
     bool locked = false;
     bool masterTold = false;
-    QList<Index *> told;
+    std::optional<TablePrivate::IndexWalk> walk;
     try {
         for (Index *index : dependents) {
             index->dependentBeginUpdate(this);
@@ -138,17 +155,17 @@ void Table::beginUpdate()
         locked = true;
         d->masterIndex->beginUpdate();
         masterTold = true;
-        d->forEachIndex([&](Index *index) {
+        walk.emplace(*d);
+        while (Index *index = walk->next())
             index->beginUpdate();
-            told.append(index);
-        });
     } catch (...) {
         // Closes what was opened, in the order of endUpdate(); the error that counts is the first.
         FirstError ignored;
         if (masterTold)
             ignored.run([&] { d->masterIndex->endUpdate(); });
-        for (Index *index : qAsConst(told)) {
-            if (d->indexes.contains(index))
+        if (walk) {
+            walk->turnBack();
+            while (Index *index = walk->next())
                 ignored.run([&] { index->endUpdate(); });
         }
         d->updateDepth.fetchAndSubOrdered(1);
@@ -222,21 +239,18 @@ void Table::complete(const QList<Record> &updated, const QList<Record> &values, 
 
 void Table::processSingleTransaction(RecordsTrans &transaction)
 {
-    QList<Record> removed = transaction.removeList();
-    QList<Record> updated = transaction.updateList();
-    const QList<Record> inserted = transaction.insertList();
-    const QList<Record> changed = transaction.changeList();
     const QPair<int, int> columns = transaction.columns();
     // Emptied before the passes: whatever an index throws, the batch is spent.
-    transaction.clear();
-    processSingleTransaction(removed, updated, columns.first, columns.second, inserted, changed);
+    RecordsTrans::Lists lists = transaction.take();
+    processSingleTransaction(lists.removed, lists.updated, columns.first, columns.second,
+                             lists.inserted, lists.changed);
 }
 
 void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
                                      int last, const QList<Record> &inserted,
                                      const QList<Record> &changed)
 {
-    if (auto *limit = dynamic_cast<IndexLimit *>(namedIndex(QStringLiteral("IndexLimit"))))
+    if (auto *limit = dynamic_cast<IndexLimit *>(d->limit))
         limit->toRemove(inserted.size() - removed.size(), removed, updated);
 
     struct StateGuard {
@@ -249,9 +263,7 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     d->forEachIndex(
         [&](Index *index) { index->preprocess(removed, updated, first, last, inserted, changed); });
 
-    const int pairs = qMin(updated.size(), changed.size());
-    for (int i = 0; i < pairs; ++i)
-        updated[i].copy(changed.at(i), first, last);
+    copyChanges(updated, first, last, changed);
 
     FirstError error;
     error.run([&] { d->masterIndex->process(removed, updated, first, last, inserted); });
@@ -260,6 +272,24 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
         error.run([&] { index->process(removed, updated, first, last, inserted); });
     });
     error.rethrow();
+}
+
+// The new values become live. The rows lie anywhere in memory, so they are asked for ahead.
+void Table::copyChanges(const QList<Record> &updated, int first, int last,
+                        const QList<Record> &changed) const
+{
+    const ColumnSpan span(d->columns, d->dataLength, first, last);
+    const int pairs = qMin(updated.size(), changed.size());
+    for (int i = 0; i < pairs; ++i) {
+        if (i + kRowsAhead < pairs) {
+            prefetch(updated.at(i + kRowsAhead).row() + span.offset());
+            prefetch(changed.at(i + kRowsAhead).row() + span.offset());
+        }
+        const Record &live = updated.at(i);
+        const Record &values = changed.at(i);
+        if (live && values && live != values)
+            span.copy(live.row(), values.row());
+    }
 }
 
 int Table::transactionState() const

@@ -31,6 +31,8 @@ set(DATABASE_PRIVATE_HEADERS
     tables/streamtext.h
     values/localetext.h
     values/numberscanner.h
+    values/pairs128.h
+    values/xdecimalframe.h
     values/xdecimalreader.h)
 
 include(CMakePackageConfigHelpers)

@@ -110,8 +110,8 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
     using namespace bcdiimodel;
     EXPECT_EQ(thrownBy([] { xdecimal("1") + null(); }), QStringLiteral("xdecimal:nan"));
 
-    const auto expected = [](const mpz_class &unscaled, int scale, int lowest) {
-        for (int s = std::min(scale, 62); s >= lowest; --s) {
+    const auto expected = [](const mpz_class &unscaled, int scale, int highest, int lowest) {
+        for (int s = std::min(highest, 62); s >= lowest; --s) {
             const Result result = rounded(unscaled, scale, typeOf(26, s), BCDII_ROUND_HALF_UP);
             if (!(result.first & BCDII_OVERFLOW))
                 return fromBytes(typeOf(26, s), result.second);
@@ -121,7 +121,7 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
     constexpr quint64 kSeed = 26;
     std::mt19937_64 random(kSeed);
     const auto below = [&](int n) { return int(random() % uint(n)); };
-    for (int i = 0; i < 30000; ++i) {
+    for (int i = 0; i < 60000; ++i) {
         mpz_class unscaled[2];
         int scales[2];
         xdecimal values[2];
@@ -129,8 +129,18 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
             std::string digits(size_t(1 + below(26)), '9');
             if (below(3))
                 std::generate(digits.begin(), digits.end(), [&] { return char('0' + below(10)); });
+            if (below(3) == 0) { // a tie or just below one, a place or all the rest behind it
+                const auto at = size_t(below(int(digits.size())));
+                digits.replace(at, digits.npos, digits.size() - at, below(2) ? '0' : '9');
+                digits[at] = char('4' + below(2));
+            }
             unscaled[k] = mpz_class(digits, 10) * (below(2) ? 1 : -1);
             scales[k] = below(8) ? below(20) : below(125) - 62;
+            if (k == 1 && below(6) == 0) { // cancels the first, or all of it but its last places
+                const int fewer = below(4);
+                unscaled[1] = -unscaled[0] / powerOfTen(fewer);
+                scales[1] = std::max(-62, scales[0] - fewer);
+            }
             const BCDIIType type = typeOf(26, scales[k]);
             values[k] = fromBytes(type, encode(unscaled[k], type));
         }
@@ -140,19 +150,28 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
         const int lowest = std::min(scales[0], scales[1]) < 0 ? -62 : 0;
         const mpz_class a = unscaled[0] * powerOfTen(scale - scales[0]);
         const mpz_class b = unscaled[1] * powerOfTen(scale - scales[1]);
+        const char *refusal = "xdecimal:overflow";
         const auto check = [&](auto operation, const xdecimal &wanted) {
             xdecimal got = null();
             const QString thrown = thrownBy([&] { got = operation(values[0], values[1]); });
             ASSERT_EQ(std::memcmp(&got, &wanted, sizeof got), 0);
-            ASSERT_EQ(thrown == "xdecimal:overflow", wanted.isNull()) << thrown.toStdString();
+            ASSERT_EQ(thrown == refusal, wanted.isNull()) << thrown.toStdString();
         };
-        check(std::plus<>(), expected(a + b, scale, lowest));
-        check(std::minus<>(), expected(a - b, scale, lowest));
-        const int places = scales[0] + scales[1];
-        const mpz_class raise = powerOfTen(std::max(0, -62 - places));
-        check(std::multiplies<>(),
-              expected(unscaled[0] * unscaled[1] * raise, std::max(places, -62), lowest));
+        check(std::plus<>(), expected(a + b, scale, scale, lowest));
+        check(std::minus<>(), expected(a - b, scale, scale, lowest));
+        const int exact = scales[0] + scales[1];
+        const int places = std::max(exact, -62);
+        check(std::multiplies<>(), expected(unscaled[0] * unscaled[1] * powerOfTen(places - exact),
+                                            places, places, lowest));
         ASSERT_EQ(values[0].compare(values[1]), sgn(a - b));
+        const int wanted = qBound(-62, scales[0] + 8 - below(20), 62);
+        refusal = "xdecimal:bad operand";
+        check(
+            [wanted](xdecimal value, const xdecimal &) {
+                value.setScale(short(wanted));
+                return value;
+            },
+            expected(unscaled[0], scales[0], wanted, wanted));
         if (HasFatalFailure())
             return;
     }

@@ -29,6 +29,7 @@ set(DATABASE_PRIVATE_HEADERS
     settingsvalue.h
     tables/firsterror.h
     tables/streamtext.h
+    values/digittext.h
     values/localetext.h
     values/numberscanner.h
     values/pairs128.h

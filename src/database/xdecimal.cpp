@@ -1,6 +1,8 @@
 #include "database/xdecimal.h"
 
+#include "database/values/digittext.h"
 #include "database/values/localetext.h"
+#include "database/values/xdecimalframe.h"
 #include "database/values/xdecimalreader.h"
 
 #include <QtCore/qcoreapplication.h>
@@ -10,10 +12,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
+#include <cstring>
 #include <limits>
-#include <memory>
-#include <new>
 
 static_assert(sizeof(xdecimal) == 16, "the width of a cell");
 
@@ -77,8 +77,9 @@ xdecimal::xdecimal(const QStringRef &text)
 }
 
 xdecimal::xdecimal(const char *text)
-    : xdecimal(fromText(QString::fromLatin1(text)))
 {
+    if (!text || !readShortXDecimal(text, std::strlen(text), this))
+        *this = fromText(QString::fromLatin1(text));
 }
 
 xdecimal xdecimal::minimum()
@@ -210,20 +211,10 @@ QString xdecimal::toString() const
 {
     if (isNull())
         return QString();
-    const std::unique_ptr<char, decltype(&std::free)> text(BCDII2StringSequence(data(), nullptr),
-                                                           &std::free);
-    if (!text)
-        throw std::bad_alloc();
-    const char *digits = text.get();
-    QString result;
-    if (*digits == '-') {
-        result.append(QLatin1Char('-'));
-        ++digits;
-    }
-    if (*digits == '\0' || *digits == '.')
-        result.append(QLatin1Char('0'));
-    result.append(QLatin1String(digits));
-    return result;
+    const bcdii::XDecimalFrame frame = bcdii::loadFrame(*this);
+    return bcdii::DigitWriter(frame.pairs, 2 * bcdii::pointPairs(frame.scale),
+                              std::max(frame.scale, 0), frame.negative)
+        .toString();
 }
 
 QString xdecimal::toSystemString() const

@@ -4,8 +4,10 @@
 #include "valuetest.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 namespace
 {
@@ -17,6 +19,16 @@ xdecimal fromBytes(BCDIIType type, const bcdiimodel::Bytes &digits)
     xdecimal value;
     std::memcpy(&value, bytes, sizeof bytes);
     return value;
+}
+
+/// The text that the packed arithmetic gives, with a digit before the point.
+QString packedText(const xdecimal &value)
+{
+    const std::unique_ptr<char, decltype(&std::free)> owned(
+        BCDII2StringSequence(value.data(), nullptr), &std::free);
+    const QString digits = QString(owned.get()).remove('-');
+    const bool bare = digits.isEmpty() || digits.startsWith('.');
+    return QString(*owned == '-' ? "-" : "") + (bare ? "0" : "") + digits;
 }
 
 xdecimal null()
@@ -47,12 +59,17 @@ TEST(XDecimal, readsEveryDigit)
 
 TEST(XDecimal, throwsABadTextBack)
 {
-    for (const char *text : {"", "%1 %2", "1,5e5", "1e26", "1e2147483648", "1e-63"})
+    for (const char *text :
+         {"", "%1 %2", "1,5e5", "1e26", "1e2147483648", "1e-63", "1İ2", "1.2,3", "-+1",
+          "100000000000000000000000000", "00100000000000000000000000000000001"})
         EXPECT_EQ(thrownBy([=] { xdecimal::fromString(text); }),
                   QStringLiteral("Невозможно создать xdecimal по строке '") + text + '\'');
-    EXPECT_EQ(thrownBy([] { xdecimal::fromString("-1.00000000000000000000000000"); }),
-              QStringLiteral(
-                  "Невозможно создать xdecimal по строке '-1.00000000000000000000000000' (-)"));
+    for (const char *text : {"-1.00000000000000000000000000", "-10000000000000000000000000.0"})
+        EXPECT_EQ(thrownBy([=] { xdecimal{text}; }),
+                  QStringLiteral("Невозможно создать xdecimal по строке '") + text + "' (-)");
+    EXPECT_NE(thrownBy([] { xdecimal("1\xB2"); }), QString("nothing thrown"));
+    EXPECT_NE(thrownBy([] { xdecimal(static_cast<const char *>(nullptr)); }),
+              QString("nothing thrown"));
 }
 
 TEST(XDecimal, readsExactlyWhatThePatternsAccept)
@@ -146,6 +163,21 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
         }
         SCOPED_TRACE("seed " + std::to_string(kSeed) + ": " + values[0].toString().toStdString() +
                      " and " + values[1].toString().toStdString());
+        const QString text = values[0].toString();
+        ASSERT_EQ(text, packedText(values[0]));
+        const int first = text.startsWith('-') ? 1 : 0;
+        const bool bare = text.midRef(first).startsWith(QString("0.")); // may lose its 0
+        QString other = QString(text).replace(first, bare ? 1 : 0, QString(below(8), '0'));
+        if (below(2))
+            other.replace('.', ',');
+        if (!first)
+            other.prepend('+');
+        for (const QString &each : {text, other}) {
+            if (scales[0] < 0)
+                continue; // reads with zeros in place of digits
+            ASSERT_EQ(xdecimal(each).toString(), text) << each.toStdString();
+            ASSERT_EQ(std::memcmp(&values[0], xdecimal(qPrintable(each)).data(), 16), 0);
+        }
         const int scale = std::max(scales[0], scales[1]);
         const int lowest = std::min(scales[0], scales[1]) < 0 ? -62 : 0;
         const mpz_class a = unscaled[0] * powerOfTen(scale - scales[0]);

@@ -370,8 +370,9 @@ QString decimal::toString() const
 {
     const quint64 magnitude = magnitudeOf(mantissa());
     const int places = scale();
-    return plainText(places > 0 ? quint64(double(qint64(magnitude))) : magnitude, m_word < 0,
-                     places);
+    constexpr quint64 kHeldByDouble = quint64(1) << 53; // up to here the detour changes nothing
+    const bool changes = places > 0 && magnitude > kHeldByDouble;
+    return plainText(changes ? quint64(double(magnitude)) : magnitude, m_word < 0, places);
 }
 
 QString decimal::toExactString() const

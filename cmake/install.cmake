@@ -35,8 +35,11 @@ set(DATABASE_PRIVATE_HEADERS
     tables/firsterror.h
     tables/prefetch.h
     tables/streamtext.h
+    values/digittext.h
     values/localetext.h
     values/numberscanner.h
+    values/pairs128.h
+    values/xdecimalframe.h
     values/xdecimalreader.h)
 
 include(CMakePackageConfigHelpers)

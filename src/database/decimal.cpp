@@ -1,5 +1,6 @@
 #include "database/decimal.h"
 
+#include "database/values/digittext.h"
 #include "database/values/localetext.h"
 #include "database/values/numberscanner.h"
 
@@ -9,7 +10,6 @@
 #include <QtCore/qlocale.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <iterator>
 
@@ -114,6 +114,14 @@ TextFault readText(QStringView text, decimal *result, QChar *sign = nullptr)
         *result = decimal();
         return TextFault::None;
     }
+    bcdii::DigitText digits;
+    if (bcdii::readDigits(text, bcdii::DigitEnd::LastDigit, &digits) && !digits.comma) {
+        const bcdii::UInt128 magnitude = bcdii::toBinary(digits.pairs);
+        if (magnitude <= quint64(decimal::kMaxMantissa)) {
+            *result = pack(quint64(magnitude), digits.negative, digits.places);
+            return TextFault::None;
+        }
+    }
     const NumberText number = scanNumber(text);
     if (number.form == NumberText::None || number.separator == QLatin1Char(','))
         return TextFault::Text;
@@ -191,27 +199,7 @@ int compareMagnitudes(quint64 coarse, quint64 fine, int places)
 /// The text of magnitude x 10^-scale with every digit that the scale asks for.
 QString plainText(quint64 magnitude, bool negative, int scale)
 {
-    char digits[20] = {};
-    const int count = int(std::to_chars(digits, std::end(digits), magnitude).ptr - digits);
-
-    char text[96]; // sign, 18 digits, point and at most 64 zeros
-    char *out = text;
-    if (negative)
-        *out++ = '-';
-    if (scale <= 0) {
-        out = std::copy_n(digits, count, out);
-        out = std::fill_n(out, magnitude == 0 ? 0 : -scale, '0');
-    } else if (count > scale) {
-        out = std::copy_n(digits, count - scale, out);
-        *out++ = '.';
-        out = std::copy_n(digits + (count - scale), scale, out);
-    } else {
-        *out++ = '0';
-        *out++ = '.';
-        out = std::fill_n(out, scale - count, '0');
-        out = std::copy_n(digits, count, out);
-    }
-    return QString::fromLatin1(text, int(out - text));
+    return bcdii::DigitWriter(magnitude, scale, std::max(scale, 0), negative).toString();
 }
 
 } // namespace
@@ -382,7 +370,9 @@ QString decimal::toString() const
 {
     const quint64 magnitude = magnitudeOf(mantissa());
     const int places = scale();
-    return plainText(places > 0 ? quint64(double(magnitude)) : magnitude, m_word < 0, places);
+    constexpr quint64 kHeldByDouble = quint64(1) << 53; // up to here the detour changes nothing
+    const bool changes = places > 0 && magnitude > kHeldByDouble;
+    return plainText(changes ? quint64(double(magnitude)) : magnitude, m_word < 0, places);
 }
 
 QString decimal::toExactString() const

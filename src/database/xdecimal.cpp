@@ -1,6 +1,8 @@
 #include "database/xdecimal.h"
 
+#include "database/values/digittext.h"
 #include "database/values/localetext.h"
+#include "database/values/xdecimalframe.h"
 #include "database/values/xdecimalreader.h"
 
 #include <QtCore/qcoreapplication.h>
@@ -10,17 +12,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
+#include <cstring>
 #include <limits>
-#include <memory>
-#include <new>
 
 static_assert(sizeof(xdecimal) == 16, "the width of a cell");
 
 namespace
 {
-
-constexpr int kZeroDigits = -1000; // stands for the integer digits of zero, below all others
 
 bool isScale(int scale)
 {
@@ -46,56 +44,6 @@ SignificantBytes significantBytes(const xdecimal &value)
         --end;
     const int wholePairs = (xdecimal::kPrecision - value.scale() + 1) >> 1;
     return {begin, end, wholePairs - int(begin - digits)};
-}
-
-/// Digits before the point; 0 or below for a number that begins behind it.
-int integerDigits(const xdecimal &value)
-{
-    const SignificantBytes bytes = significantBytes(value);
-    if (bytes.begin == bytes.end)
-        return kZeroDigits;
-    return 2 * bytes.wholePairs - ((*bytes.begin & 0x7F) < 10);
-}
-
-/// At least that many integer digits has the sum of two numbers, for certain.
-int leastSumDigits(const xdecimal &a, const xdecimal &b)
-{
-    const int aDigits = integerDigits(a);
-    const int bDigits = integerDigits(b);
-    const int digits = std::max(aDigits, bDigits);
-    const bool sameSign = ((a.data()[2] ^ b.data()[2]) & 0x80) == 0;
-    if (sameSign)
-        return digits;
-    return std::abs(aDigits - bDigits) > 1 ? digits - 1 : kZeroDigits; // else they may cancel out
-}
-
-/// Runs \p operation, which stores into a zero of a given type, at the largest scale from \p scale
-/// down to \p lowest at which the result's integer digits fit.
-template<typename Operation>
-xdecimal atLargestScale(int scale, int lowest, Operation operation)
-{
-    for (; scale >= lowest; --scale) {
-        xdecimal result = xdecimal::fromInt64(0, short(scale));
-        const quint32 status = operation(const_cast<uchar *>(result.data()));
-        if (status & BCDII_OVERFLOW)
-            continue;
-        if (status & BCDII_NULL_RESULT)
-            throw "xdecimal:nan";
-        return result;
-    }
-    throw "xdecimal:overflow";
-}
-
-void requireNumbers(const xdecimal &a, const xdecimal &b)
-{
-    if (a.isNull() || b.isNull())
-        throw "xdecimal:nan";
-}
-
-/// Below a unit's place only where an operand has no units either.
-int lowestScale(const xdecimal &a, const xdecimal &b)
-{
-    return a.scale() < 0 || b.scale() < 0 ? xdecimal::kMinScale : 0;
 }
 
 xdecimal fromText(QStringView text)
@@ -129,8 +77,9 @@ xdecimal::xdecimal(const QStringRef &text)
 }
 
 xdecimal::xdecimal(const char *text)
-    : xdecimal(fromText(QString::fromLatin1(text)))
 {
+    if (!text || !readShortXDecimal(text, std::strlen(text), this))
+        *this = fromText(QString::fromLatin1(text));
 }
 
 xdecimal xdecimal::minimum()
@@ -251,17 +200,6 @@ int xdecimal::metatypeId()
     return qMetaTypeId<xdecimal>();
 }
 
-void xdecimal::setScale(short scale)
-{
-    if (!isScale(scale))
-        throw "xdecimal:bad operand";
-    xdecimal result = zero(scale);
-    BCDIICopy(result.bytes(), data());
-    if (BCDIICheck(result.data()) & BCDII_MALFORMED)
-        throw "xdecimal:bad operand";
-    *this = result;
-}
-
 double xdecimal::toDouble() const
 {
     double result = std::numeric_limits<double>::quiet_NaN();
@@ -273,20 +211,10 @@ QString xdecimal::toString() const
 {
     if (isNull())
         return QString();
-    const std::unique_ptr<char, decltype(&std::free)> text(BCDII2StringSequence(data(), nullptr),
-                                                           &std::free);
-    if (!text)
-        throw std::bad_alloc();
-    const char *digits = text.get();
-    QString result;
-    if (*digits == '-') {
-        result.append(QLatin1Char('-'));
-        ++digits;
-    }
-    if (*digits == '\0' || *digits == '.')
-        result.append(QLatin1Char('0'));
-    result.append(QLatin1String(digits));
-    return result;
+    const bcdii::XDecimalFrame frame = bcdii::loadFrame(*this);
+    return bcdii::DigitWriter(frame.pairs, 2 * bcdii::pointPairs(frame.scale),
+                              std::max(frame.scale, 0), frame.negative)
+        .toString();
 }
 
 QString xdecimal::toSystemString() const
@@ -309,29 +237,6 @@ xdecimal xdecimal::operator-() const
     xdecimal result = *this;
     BCDIINeg(result.bytes());
     return result;
-}
-
-xdecimal operator+(const xdecimal &a, const xdecimal &b)
-{
-    requireNumbers(a, b);
-    const int exact = std::max(a.scale(), b.scale());
-    return atLargestScale(std::min(exact, xdecimal::kPrecision - leastSumDigits(a, b)),
-                          lowestScale(a, b),
-                          [&](uchar *sum) { return BCDIIAdd(sum, a.data(), b.data()); });
-}
-
-xdecimal operator-(const xdecimal &a, const xdecimal &b)
-{
-    return a + -b;
-}
-
-xdecimal operator*(const xdecimal &a, const xdecimal &b)
-{
-    requireNumbers(a, b);
-    const int exact = qBound<int>(xdecimal::kMinScale, a.scale() + b.scale(), xdecimal::kMaxScale);
-    const int leastDigits = integerDigits(a) + integerDigits(b) - 1;
-    return atLargestScale(std::min(exact, xdecimal::kPrecision - leastDigits), lowestScale(a, b),
-                          [&](uchar *product) { return BCDIIMul(product, a.data(), b.data()); });
 }
 
 uint qHash(const xdecimal &value, uint seed)

@@ -94,7 +94,9 @@ TEST(Decimal, throwsABadTextBack)
         return thrownBy([&] { decimal::fromString(text); });
     };
     const QString refused = QStringLiteral("Невозможно создать decimal по строке '%1'");
-    for (const char *text : {"1,5", "12a", " 1", "9223372036854775808", "1.9223372036854775808"})
+    for (const char *text :
+         {"1,5", "12a", " 1", "1İ2", "1.2.3", "+", "-.", "100000000000000000000000000000001",
+          "9223372036854775808", "1.9223372036854775808"})
         EXPECT_EQ(message(text), refused.arg(text)) << text;
     EXPECT_EQ(message("-9223372036854775808.5"),
               refused.arg("-9223372036854775808.5") + QStringLiteral(" (-)"));
@@ -161,6 +163,39 @@ TEST(Decimal, comparesByExactValueAcrossAllScales)
         }
     }
     EXPECT_GT(equal, 1000);
+}
+
+TEST(Decimal, textsKeepEveryDigitAndEveryPlace)
+{
+    const auto written = [](qint64 mantissa, int scale) {
+        QString digits = QString::number(qAbs(mantissa));
+        if (scale > 0) {
+            digits = digits.rightJustified(scale + 1, '0');
+            digits.insert(digits.size() - scale, '.');
+        } else if (mantissa != 0) {
+            digits += QString(-scale, '0');
+        }
+        return (mantissa < 0 ? "-" : "") + digits;
+    };
+    constexpr quint64 kSeed = 17;
+    std::mt19937_64 random(kSeed);
+    for (int i = 0; i < 100000; ++i) {
+        const decimal value = randomDecimal(random);
+        const int scale = value.scale();
+        SCOPED_TRACE("seed " + std::to_string(kSeed) + ": " + print(value));
+        const QString text = written(value.mantissa(), scale);
+        ASSERT_EQ(value.toExactString(), text);
+        const auto throughDouble = qint64(double(value.mantissa()));
+        ASSERT_EQ(value.toString(), written(scale > 0 ? throughDouble : value.mantissa(), scale));
+        if (scale < 0)
+            continue; // reads with zeros in place of digits
+        ASSERT_EQ(decimal(text).word(), value.word());
+        const int first = text.startsWith('-') ? 1 : 0;
+        const bool bare = text.midRef(first).startsWith(QString("0.")); // may lose its 0
+        const QString other =
+            QString(text).replace(first, bare ? 1 : 0, QString(int(random() % 8), '0'));
+        ASSERT_EQ(decimal(other).word(), value.word()) << other.toStdString();
+    }
 }
 
 TEST(Decimal, writesItsTextThroughADouble)

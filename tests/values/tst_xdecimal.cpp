@@ -4,8 +4,10 @@
 #include "valuetest.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 namespace
 {
@@ -17,6 +19,16 @@ xdecimal fromBytes(BCDIIType type, const bcdiimodel::Bytes &digits)
     xdecimal value;
     std::memcpy(&value, bytes, sizeof bytes);
     return value;
+}
+
+/// The text that the packed arithmetic gives, with a digit before the point.
+QString packedText(const xdecimal &value)
+{
+    const std::unique_ptr<char, decltype(&std::free)> owned(
+        BCDII2StringSequence(value.data(), nullptr), &std::free);
+    const QString digits = QString(owned.get()).remove('-');
+    const bool bare = digits.isEmpty() || digits.startsWith('.');
+    return QString(*owned == '-' ? "-" : "") + (bare ? "0" : "") + digits;
 }
 
 xdecimal null()
@@ -47,12 +59,16 @@ TEST(XDecimal, readsEveryDigit)
 
 TEST(XDecimal, throwsABadTextBack)
 {
-    for (const char *text : {"", "%1 %2", "1,5e5", "1e26", "1e2147483648", "1e-63"})
+    for (const char *text :
+         {"", "%1 %2", "1,5e5", "1e26", "1e2147483648", "1e-63", "1:2", "1İ2", "1.2,3", "-+1",
+          "100000000000000000000000000", "1000000000000000000000000000012"})
         EXPECT_EQ(thrownBy([=] { xdecimal::fromString(text); }),
                   QStringLiteral("Невозможно создать xdecimal по строке '") + text + '\'');
-    EXPECT_EQ(thrownBy([] { xdecimal::fromString("-1.00000000000000000000000000"); }),
-              QStringLiteral(
-                  "Невозможно создать xdecimal по строке '-1.00000000000000000000000000' (-)"));
+    for (const char *text : {"-1.00000000000000000000000000", "-10000000000000000000000000.0"})
+        EXPECT_EQ(thrownBy([=] { xdecimal{text}; }),
+                  QStringLiteral("Невозможно создать xdecimal по строке '") + text + "' (-)");
+    for (const char *text : {"1\xB2", "1\xCA", static_cast<const char *>(nullptr)})
+        EXPECT_NE(thrownBy([=] { xdecimal{text}; }), QString("nothing thrown"));
 }
 
 TEST(XDecimal, readsExactlyWhatThePatternsAccept)
@@ -100,6 +116,7 @@ TEST(XDecimal, setScaleRoundsHalfUpOrRefuses)
     EXPECT_EQ(value.toString(), QString("-2.35"));
     for (const short scale : {26, 63, -63})
         EXPECT_EQ(thrownBy([&] { value.setScale(scale); }), QString("xdecimal:bad operand"));
+    EXPECT_EQ(thrownBy([] { null().setScale(2); }), QString("xdecimal:bad operand"));
     value.setScale(24);
     EXPECT_EQ(value.toString(), QString("-2.350000000000000000000000"));
     EXPECT_EQ(qHash(value), qHash(xdecimal("-2.35")));
@@ -109,9 +126,15 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
 {
     using namespace bcdiimodel;
     EXPECT_EQ(thrownBy([] { xdecimal("1") + null(); }), QStringLiteral("xdecimal:nan"));
+    EXPECT_EQ(thrownBy([] { null() - xdecimal("1"); }), QStringLiteral("xdecimal:nan"));
+    EXPECT_EQ(thrownBy([] { null() * xdecimal("0"); }), QStringLiteral("xdecimal:nan"));
+    EXPECT_EQ(thrownBy([] { // 2^64 + 5
+                  xdecimal("20000000000000000000") * xdecimal("18446744073709551621");
+              }),
+              QStringLiteral("xdecimal:overflow"));
 
-    const auto expected = [](const mpz_class &unscaled, int scale, int lowest) {
-        for (int s = std::min(scale, 62); s >= lowest; --s) {
+    const auto expected = [](const mpz_class &unscaled, int scale, int highest, int lowest) {
+        for (int s = std::min(highest, 62); s >= lowest; --s) {
             const Result result = rounded(unscaled, scale, typeOf(26, s), BCDII_ROUND_HALF_UP);
             if (!(result.first & BCDII_OVERFLOW))
                 return fromBytes(typeOf(26, s), result.second);
@@ -121,7 +144,7 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
     constexpr quint64 kSeed = 26;
     std::mt19937_64 random(kSeed);
     const auto below = [&](int n) { return int(random() % uint(n)); };
-    for (int i = 0; i < 30000; ++i) {
+    for (int i = 0; i < 60000; ++i) {
         mpz_class unscaled[2];
         int scales[2];
         xdecimal values[2];
@@ -129,30 +152,65 @@ TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)
             std::string digits(size_t(1 + below(26)), '9');
             if (below(3))
                 std::generate(digits.begin(), digits.end(), [&] { return char('0' + below(10)); });
+            if (below(3) == 0) { // a tie or just below one, a place or all the rest behind it
+                const auto at = size_t(below(int(digits.size())));
+                digits.replace(at, digits.npos, digits.size() - at, below(2) ? '0' : '9');
+                digits[at] = char('4' + below(2));
+            }
             unscaled[k] = mpz_class(digits, 10) * (below(2) ? 1 : -1);
             scales[k] = below(8) ? below(20) : below(125) - 62;
+            if (k == 1 && below(6) == 0) { // cancels the first, or all of it but its last places
+                const int fewer = below(4);
+                unscaled[1] = -unscaled[0] / powerOfTen(fewer);
+                scales[1] = std::max(-62, scales[0] - fewer);
+            }
             const BCDIIType type = typeOf(26, scales[k]);
             values[k] = fromBytes(type, encode(unscaled[k], type));
         }
         SCOPED_TRACE("seed " + std::to_string(kSeed) + ": " + values[0].toString().toStdString() +
                      " and " + values[1].toString().toStdString());
+        const QString text = values[0].toString();
+        ASSERT_EQ(text, packedText(values[0]));
+        const int first = text.startsWith('-') ? 1 : 0;
+        const bool bare = text.midRef(first).startsWith(QString("0.")); // may lose its 0
+        QString other = QString(text).replace(first, bare ? 1 : 0, QString(below(8), '0'));
+        if (below(2))
+            other.replace('.', ',');
+        if (!first)
+            other.prepend('+');
+        for (const QString &each : {text, other}) {
+            if (scales[0] < 0)
+                continue; // reads with zeros in place of digits
+            ASSERT_EQ(xdecimal(each).toString(), text) << each.toStdString();
+            ASSERT_EQ(std::memcmp(&values[0], xdecimal(qPrintable(each)).data(), 16), 0);
+        }
         const int scale = std::max(scales[0], scales[1]);
         const int lowest = std::min(scales[0], scales[1]) < 0 ? -62 : 0;
         const mpz_class a = unscaled[0] * powerOfTen(scale - scales[0]);
         const mpz_class b = unscaled[1] * powerOfTen(scale - scales[1]);
+        const char *refusal = "xdecimal:overflow";
         const auto check = [&](auto operation, const xdecimal &wanted) {
             xdecimal got = null();
             const QString thrown = thrownBy([&] { got = operation(values[0], values[1]); });
             ASSERT_EQ(std::memcmp(&got, &wanted, sizeof got), 0);
-            ASSERT_EQ(thrown == "xdecimal:overflow", wanted.isNull()) << thrown.toStdString();
+            ASSERT_EQ(thrown == refusal, wanted.isNull()) << thrown.toStdString();
         };
-        check(std::plus<>(), expected(a + b, scale, lowest));
-        check(std::minus<>(), expected(a - b, scale, lowest));
-        const int places = scales[0] + scales[1];
-        const mpz_class raise = powerOfTen(std::max(0, -62 - places));
-        check(std::multiplies<>(),
-              expected(unscaled[0] * unscaled[1] * raise, std::max(places, -62), lowest));
+        check(std::plus<>(), expected(a + b, scale, scale, lowest));
+        check(std::minus<>(), expected(a - b, scale, scale, lowest));
+        const int exact = scales[0] + scales[1];
+        const int places = std::max(exact, -62);
+        check(std::multiplies<>(), expected(unscaled[0] * unscaled[1] * powerOfTen(places - exact),
+                                            places, places, lowest));
         ASSERT_EQ(values[0].compare(values[1]), sgn(a - b));
+        const int wanted =
+            qBound(-62, scales[0] + (below(8) ? 8 - below(20) : 62 - below(125)), 62);
+        refusal = "xdecimal:bad operand";
+        check(
+            [wanted](xdecimal value, const xdecimal &) {
+                value.setScale(short(wanted));
+                return value;
+            },
+            expected(unscaled[0], scales[0], wanted, wanted));
         if (HasFatalFailure())
             return;
     }

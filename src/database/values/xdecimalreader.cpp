@@ -1,7 +1,8 @@
 #include "database/values/xdecimalreader.h"
 
+#include "database/values/digittext.h"
 #include "database/values/numberscanner.h"
-#include "database/xdecimal.h"
+#include "database/values/xdecimalframe.h"
 
 #include <QtCore/qlocale.h>
 #include <QtCore/qvarlengtharray.h>
@@ -85,6 +86,14 @@ bool store(const NumberText &number, xdecimal *result)
     return ok;
 }
 
+bool storeDigits(const bcdii::DigitText &digits, xdecimal *result)
+{
+    if (!bcdii::fitsFrame(digits.pairs, digits.places))
+        return false;
+    *result = bcdii::storeFrame({digits.pairs, digits.negative, digits.places});
+    return true;
+}
+
 /// \p text, a number in \p locale, in the characters that scanNumber knows.
 QString withPlainCharacters(const QString &text, const QLocale &locale)
 {
@@ -129,6 +138,9 @@ bool isXDecimalText(QStringView text)
 
 XDecimalFault readXDecimal(QStringView text, xdecimal *result, QChar *sign)
 {
+    bcdii::DigitText digits;
+    if (bcdii::readDigits(text, bcdii::DigitEnd::Frame, &digits) && storeDigits(digits, result))
+        return XDecimalFault::None;
     const NumberText number = scanNumber(text);
     if (!isReadable(number))
         return XDecimalFault::Text;
@@ -137,6 +149,13 @@ XDecimalFault readXDecimal(QStringView text, xdecimal *result, QChar *sign)
     if (store(number, result))
         return XDecimalFault::None;
     return number.form == NumberText::Fraction ? XDecimalFault::Fraction : XDecimalFault::Text;
+}
+
+bool readShortXDecimal(const char *text, size_t size, xdecimal *result)
+{
+    bcdii::DigitText digits;
+    return bcdii::readDigits(text, size, bcdii::DigitEnd::Frame, &digits) &&
+           storeDigits(digits, result);
 }
 
 bool readLocaleXDecimal(const QString &text, const QLocale &locale, xdecimal *result)

@@ -134,11 +134,8 @@ protected:
 private:
     friend class SortBatch;
 
-    /// What preprocess() found of one removed or updated record.
-    struct Note {
-        const uchar *row;
-        int position;
-    };
+    struct Found;
+    struct Note;
 
     /// A row whose position goes to a slot of a list of positions.
     struct Wanted {
@@ -155,13 +152,13 @@ private:
     int bound(const Record &key, Side side, int from, int to) const;
     void findTile(const Record *keys, int n, QList<Record> &found) const;
     int findByKey(const Record &record) const;
-    std::vector<int> findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
+    std::vector<Found> findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
     int lowerBound(const Record &key) const { return bound(key, Side::Before, 0, count()); }
     int upperBound(const Record &key, int from, int to) const
     {
         return bound(key, Side::Behind, from, to);
     }
-    void scanForRows(std::vector<Wanted> &wanted, std::vector<int> &positions) const;
+    void scanForRows(std::vector<Wanted> &wanted, std::vector<Found> &found) const;
     bool inOrder(int before, const Record &record, int after) const;
     void sortByDigests();
     void follow(int removed, int inserted, const Record &record);

@@ -109,7 +109,7 @@ void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
         search.probes = {range, search.digest};
         search.stretch = m_list.stretch(range.first, range.last);
         if (search.stretch)
-            __builtin_prefetch(search.stretch + (search.probes.probe() - range.first));
+            ::prefetch(search.stretch + (search.probes.probe() - range.first));
     }
     for (bool open = guided; open;) {
         open = false;
@@ -169,25 +169,24 @@ public:
     {
     }
 
-    std::vector<int> find(const std::vector<const Record *> &rows)
+    std::vector<Found> find(const std::vector<const Record *> &rows)
     {
-        m_positions.reserve(rows.size());
+        m_found.reserve(rows.size());
         const SortAid *aid = m_index.m_aid.get();
         if (aid && aid->guides())
             findGuided(rows, *aid);
         else
             for (const Record *record : rows)
                 findByKey(*record);
-        m_index.scanForRows(m_wanted, m_positions);
-        return std::move(m_positions);
+        m_index.scanForRows(m_wanted, m_found);
+        return std::move(m_found);
     }
 
 private:
     /// Where the guide says that a row stands.
     struct Span {
         const Record *first; // null where it does not say enough
-        int size;
-        int position;
+        SortGuide::Range range;
     };
 
     // Cells, then places in the list are asked for ahead of their turn: each is a cache miss.
@@ -217,15 +216,15 @@ private:
         const int size = range.last - range.first;
         const Record *const first = m_index.m_list.stretch(range.first, range.last);
         for (int i = 0; first && i < size; i += 8)
-            __builtin_prefetch(first + i);
-        return {first, first ? size : 0, range.first};
+            ::prefetch(first + i);
+        return {first, range};
     }
     void scan(const Record &record, const Span &span)
     {
-        const Record *const last = span.first + span.size;
-        const Record *const found = std::find(span.first, last, record);
-        if (found != last)
-            m_positions.push_back(span.position + int(found - span.first));
+        const int size = span.first ? span.range.last - span.range.first : 0;
+        const Record *const found = std::find(span.first, span.first + size, record);
+        if (found != span.first + size)
+            m_found.push_back({span.range.first + int(found - span.first), span.range});
         else
             findByKey(record);
     }
@@ -244,29 +243,29 @@ private:
                 position = m_index.scanForRow(record, probed, last);
             }
             if (position == -1 && (!scanned || m_rejectedToo || m_index.filter(record)))
-                m_wanted.push_back({record.row(), int(m_positions.size())});
+                m_wanted.push_back({record.row(), int(m_found.size())});
         }
-        m_positions.push_back(position);
+        m_found.push_back({position, {}});
     }
 
     const IndexSort &m_index;
     const bool m_rejectedToo;
     int m_patience; // handles that may be looked at one by one before a scan is cheaper
-    std::vector<int> m_positions;
+    std::vector<Found> m_found;
     std::vector<Wanted> m_wanted;
 };
 
 // The positions of these very rows, -1 where one does not stand here: by their keys, and for those
 // that are not found that way, if the filter accepts them or rejected ones are wanted too, by one
 // scan over the index.
-std::vector<int> IndexSort::findRows(const std::vector<const Record *> &rows,
-                                     bool rejectedToo) const
+std::vector<IndexSort::Found> IndexSort::findRows(const std::vector<const Record *> &rows,
+                                                  bool rejectedToo) const
 {
     return RowFinder(*this, rejectedToo).find(rows);
 }
 
 // Looks all wanted rows up in one walk over the index; sorts them by row for that.
-void IndexSort::scanForRows(std::vector<Wanted> &wanted, std::vector<int> &positions) const
+void IndexSort::scanForRows(std::vector<Wanted> &wanted, std::vector<Found> &found) const
 {
     if (wanted.empty())
         return;
@@ -282,10 +281,9 @@ void IndexSort::scanForRows(std::vector<Wanted> &wanted, std::vector<int> &posit
         ++position;
         if (!sieve.mayHold(element.row()))
             continue;
-        auto found =
-            std::lower_bound(wanted.begin(), wanted.end(), Wanted{element.row(), 0}, byRow);
-        for (; found != wanted.end() && found->row == element.row(); ++found)
-            positions[size_t(found->slot)] = position;
+        auto row = std::lower_bound(wanted.begin(), wanted.end(), Wanted{element.row(), 0}, byRow);
+        for (; row != wanted.end() && row->row == element.row(); ++row)
+            found[size_t(row->slot)].position = position;
     }
 }
 
@@ -295,9 +293,9 @@ QMap<Record, int> IndexSort::indexOfs(const QList<Record> &records) const
     rows.reserve(size_t(records.size()));
     for (const Record &record : records)
         rows.push_back(&record);
-    const std::vector<int> positions = findRows(rows, true);
+    const std::vector<Found> found = findRows(rows, true);
     QMap<Record, int> result;
     for (int i = 0; i < records.size(); ++i)
-        result.insert(records.at(i), positions[size_t(i)]);
+        result.insert(records.at(i), found[size_t(i)].position);
     return result;
 }

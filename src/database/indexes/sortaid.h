@@ -1,5 +1,6 @@
 #pragma once
 
+#include "database/indexes/indexsort.h"
 #include "database/indexes/partitionlist.h"
 #include "database/indexes/sortguide.h"
 #include "database/indexes/sortkey.h"
@@ -7,6 +8,18 @@
 
 #include <algorithm>
 #include <vector>
+
+/// Where a record stands.
+struct IndexSort::Found {
+    int position;           ///< -1 where it does not stand in the index
+    SortGuide::Range group; ///< records that it stood among when it was found; empty if unknown
+};
+
+/// What preprocess() found of one removed or updated record.
+struct IndexSort::Note {
+    const uchar *row;
+    Found found;
+};
 
 /// What a sorted index keeps beside its list once it has said which columns it reads: digests of
 /// its keys, signposts along the list, and the columns themselves.

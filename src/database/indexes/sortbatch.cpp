@@ -60,8 +60,12 @@ void SortBatch::askFilter()
     changed |= aid->learn(m_inserted);
     if (changed)
         aid->guide.clear();
-    if (aid->guides())
-        m_aid = aid;
+    if (!aid->guides())
+        return;
+    m_aid = aid;
+    m_digests.reserve(size_t(m_updated.size()));
+    for (const Record &record : m_updated)
+        m_digests.push_back(aid->key(record.row()));
 }
 
 // Positions ---------------------------------------------------------------------------------------
@@ -91,10 +95,10 @@ void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
     const std::vector<const Record *> rows = affectedRows(removed, updated);
     // A record that belongs here but does not stand where its key says is searched for: its key has
     // changed behind the index's back. Nothing is noted when a comparison throws.
-    const std::vector<int> positions = index.findRows(rows, false);
-    index.m_notes.reserve(positions.size());
-    for (size_t i = 0; i < positions.size(); ++i)
-        index.m_notes.push_back({rows[i]->row(), positions[i]});
+    const std::vector<IndexSort::Found> found = index.findRows(rows, false);
+    index.m_notes.reserve(found.size());
+    for (size_t i = 0; i < found.size(); ++i)
+        index.m_notes.push_back({rows[i]->row(), found[i]});
 }
 
 // Whether the notes are of this very batch and the records still stand where they were noted.
@@ -107,7 +111,8 @@ bool SortBatch::notesHold() const
         const auto &note = notes[size_t(slot)];
         if (note.row != batchRecord(slot).row())
             return false;
-        if (note.position != -1 && m_index.m_list.at(note.position).row() != note.row)
+        const int position = note.found.position;
+        if (position != -1 && m_index.m_list.at(position).row() != note.row)
             return false;
     }
     return true;
@@ -116,20 +121,20 @@ bool SortBatch::notesHold() const
 void SortBatch::locate()
 {
     if (notesHold()) {
-        m_positions.reserve(m_index.m_notes.size());
+        m_found.reserve(m_index.m_notes.size());
         for (const auto &note : m_index.m_notes)
-            m_positions.push_back(note.position);
+            m_found.push_back(note.found);
     } else {
-        m_positions = m_index.findRows(affectedRows(m_removed, m_updated), true);
+        m_found = m_index.findRows(affectedRows(m_removed, m_updated), true);
     }
     m_index.m_notes.clear();
 }
 
 void SortBatch::collectAffected()
 {
-    m_affected.reserve(m_positions.size());
-    for (int slot = 0; slot < int(m_positions.size()); ++slot) {
-        const int position = m_positions[size_t(slot)];
+    m_affected.reserve(m_found.size());
+    for (int slot = 0; slot < int(m_found.size()); ++slot) {
+        const int position = m_found[size_t(slot)].position;
         const int update = qMax(slot - m_removed.size(), -1);
         if (position != -1)
             m_affected.push_back({position, update, position - 1, position + 1, false});
@@ -166,23 +171,43 @@ bool SortBatch::inOrder(const Affected &affected) const
     return affected.right >= list.count() || compare(record, list.at(affected.right)) <= 0;
 }
 
+// Whether a record has left all records behind that it stood among, one of them beside it, which
+// has not changed: then that one need not be looked at to know that they are out of order.
+bool SortBatch::isPastNeighbour(size_t i) const
+{
+    const Affected &affected = m_affected[i];
+    const SortGuide::Range &group = m_found[size_t(m_removed.size() + affected.update)].group;
+    const quint64 digest = m_digests[size_t(affected.update)];
+    if (digest > group.high && affected.right < group.last)
+        return i + 1 == m_affected.size() || m_affected[i + 1].position != affected.right;
+    if (digest < group.low && affected.left >= group.first)
+        return i == 0 || m_affected[i - 1].position != affected.left;
+    return false;
+}
+
 void SortBatch::decide()
 {
-    const auto askFor = [this](size_t i) {
-        if (!m_aid || i >= m_affected.size())
+    std::vector<size_t> open; // whose neighbours have to be looked at
+    for (size_t i = 0; i < m_affected.size(); ++i) {
+        Affected &affected = m_affected[i];
+        affected.leaves = affected.update == -1 || !m_accepted[size_t(affected.update)] ||
+                          (m_aid && isPastNeighbour(i));
+        if (!affected.leaves)
+            open.push_back(i);
+    }
+    const auto askFor = [&](size_t i) {
+        if (!m_aid || i >= open.size())
             return;
-        for (const int position : {m_affected[i].left, m_affected[i].right}) {
+        for (const int position : {m_affected[open[i]].left, m_affected[open[i]].right}) {
             if (position >= 0 && position < m_index.count())
                 m_aid->key.prefetch(m_index.m_list.at(position).row());
         }
     };
     for (size_t i = 0; i < kAhead; ++i)
         askFor(i);
-    for (size_t i = 0; i < m_affected.size(); ++i) {
+    for (size_t i = 0; i < open.size(); ++i) {
         askFor(i + kAhead);
-        Affected &affected = m_affected[i];
-        affected.leaves =
-            affected.update == -1 || !m_accepted[size_t(affected.update)] || !inOrder(affected);
+        m_affected[open[i]].leaves = !inOrder(m_affected[open[i]]);
     }
     settleNeighbours();
 }
@@ -255,16 +280,14 @@ void SortBatch::gatherPending()
             leftOf[size_t(affected.update)] = int(m_leaving.size());
         m_leaving.push_back(affected.position);
     }
-    const auto add = [this](const Record &record, int left) {
-        m_pending.push_back({m_aid ? m_aid->key(record.row()) : 0, record.row(), left, 0});
-    };
     m_pending.reserve(m_new.size() + size_t(m_updated.size()));
     for (const Record *record : m_new)
-        add(*record, -1);
+        m_pending.push_back({m_aid ? m_aid->key(record->row()) : 0, record->row(), -1, 0});
     for (int i = 0; i < m_updated.size(); ++i) {
-        const bool outside = m_positions[size_t(m_removed.size() + i)] == -1;
+        const bool outside = m_found[size_t(m_removed.size() + i)].position == -1;
         if (m_accepted[size_t(i)] && (outside || leftOf[size_t(i)] != -1))
-            add(m_updated.at(i), leftOf[size_t(i)]);
+            m_pending.push_back(
+                {m_aid ? m_digests[size_t(i)] : 0, m_updated.at(i).row(), leftOf[size_t(i)], 0});
     }
     const auto before = [this](const Pending &a, const Pending &b) {
         return a.digest != b.digest ? a.digest < b.digest : m_index.compare(a, b) < 0;
@@ -307,23 +330,38 @@ private:
     struct Search {
         SortGuide::Range range;
         SortGuide::Search probes;
-        const Record *stretch = nullptr; // the records of the range if they lie side by side
-        const Record *stayer = nullptr;  // at the probe, or before it; null if all before it leave
-        bool isBehind = false;           // whether one was found that it comes behind
+        const Record *stretch; // the records of the range if they lie side by side
+        size_t leaver;         // the first of those that leave in the range or behind it
+        const Record *stayer;  // at the probe, or before it; null if all before it leave
+        bool isBehind;         // whether one was found that it comes behind
     };
 
     /// The nearest record at a position or before it, down to \p first, that stays; null if there
     /// is none. Along the list the answers of a search about those change once.
-    const Record *stayerUpTo(int position, int first, const Record *stretch = nullptr) const
+    const Record *stayerUpTo(int position, int first) const
     {
         auto leaver = std::upper_bound(m_leaving.begin(), m_leaving.end(), position);
         while (leaver != m_leaving.begin() && *(leaver - 1) == position) {
             --leaver;
             --position;
         }
-        if (position < first)
+        return position >= first ? &m_list.at(position) : nullptr;
+    }
+    /// The same at the probe of a search in a short range, in which few leave.
+    const Record *stayerAtProbe(const Search &search) const
+    {
+        int position = search.probes.probe();
+        size_t leaver = search.leaver;
+        while (leaver < m_leaving.size() && m_leaving[leaver] < position)
+            ++leaver;
+        if (leaver < m_leaving.size() && m_leaving[leaver] == position) {
+            for (++leaver; leaver > search.leaver && m_leaving[leaver - 1] == position; --leaver)
+                --position;
+        }
+        if (position < search.range.first)
             return nullptr;
-        return stretch ? stretch + (position - first) : &m_list.at(position);
+        return search.stretch ? search.stretch + (position - search.range.first)
+                              : &m_list.at(position);
     }
     const Record *stayerFrom(int position) const
     {
@@ -343,7 +381,8 @@ private:
     }
     void look(Search &search) const
     {
-        search.stayer = stayerUpTo(search.probes.probe(), search.range.first, search.stretch);
+        search.stayer = isShort(search) ? stayerAtProbe(search)
+                                        : stayerUpTo(search.probes.probe(), search.range.first);
     }
     void narrow(Search &search, const Pending &pending) const
     {
@@ -354,7 +393,7 @@ private:
     void findAnywhere(Pending &pending)
     {
         const SortGuide::Range all{m_done, m_list.count(), 0, 1};
-        Search search{all, {all, 0}, nullptr};
+        Search search{all, {all, 0}, nullptr, 0, nullptr, false};
         while (search.probes.isOpen()) {
             look(search);
             narrow(search, pending);
@@ -367,16 +406,17 @@ private:
         Search searches[kTile];
         for (size_t i = 0; i < n; ++i) {
             const SortGuide::Range range = m_aid->guide.range(pending[i].digest);
-            searches[i] = {
-                range, {range, pending[i].digest}, m_list.stretch(range.first, range.last)};
+            while (m_leaver < m_leaving.size() && m_leaving[m_leaver] < range.first)
+                ++m_leaver;
+            const Record *const stretch = m_list.stretch(range.first, range.last);
+            searches[i] = {range, {range, pending[i].digest}, stretch, m_leaver, nullptr, false};
             if (searches[i].stretch)
-                __builtin_prefetch(searches[i].stretch +
-                                   (searches[i].probes.probe() - range.first));
+                ::prefetch(searches[i].stretch + (searches[i].probes.probe() - range.first));
         }
         for (bool open = true; open;) {
             open = false;
             for (size_t i = 0; i < n; ++i) {
-                if (!isShort(searches[i]))
+                if (!searches[i].probes.isOpen() || !isShort(searches[i]))
                     continue;
                 look(searches[i]);
                 if (searches[i].stayer)
@@ -384,7 +424,7 @@ private:
                 open = true;
             }
             for (size_t i = 0; i < n; ++i) {
-                if (isShort(searches[i]))
+                if (searches[i].probes.isOpen() && isShort(searches[i]))
                     narrow(searches[i], pending[i]);
             }
         }
@@ -404,7 +444,7 @@ private:
     // Longer ranges hold many equals, which what was found before mostly settles.
     static bool isShort(const Search &search)
     {
-        return search.probes.isOpen() && search.probes.size() <= kShort;
+        return search.range.last - search.range.first <= kShort;
     }
     // Records that stay may have changed as well, and have passed a signpost on the way: what lies
     // beside the range is looked at where the search did not come away from its edge.
@@ -423,7 +463,8 @@ private:
     const SortAid *const m_aid;
     const PartitionList<Record> &m_list;
     const std::vector<int> &m_leaving;
-    int m_done = 0; // what is still to come belongs at this position or behind it
+    int m_done = 0;      // what is still to come belongs at this position or behind it
+    size_t m_leaver = 0; // those that leave before it stand before the ranges to come
 };
 
 void SortBatch::findPlaces()

@@ -33,10 +33,11 @@ public:
     class Search
     {
     public:
-        Search() = default;
+        Search() = default; ///< means nothing until another one is assigned
         Search(const Range &range, quint64 digest)
             : m_first(range.first)
             , m_last(range.last)
+            , m_probes(0)
         {
             const double share = double(digest - range.low) / (double(range.high - range.low) + 1);
             m_probe = qMin(m_first + int(share * (m_last - m_first)), m_last - 1);
@@ -67,10 +68,10 @@ public:
     private:
         static constexpr int kProbesNearby = 3;
 
-        int m_first = 0;
-        int m_last = 0;
-        int m_probe = 0;
-        int m_probes = 0;
+        int m_first;
+        int m_last;
+        int m_probe;
+        int m_probes;
     };
     /// A row that comes before the row at \p position of the sequence as it was.
     struct Insertion {

@@ -2,6 +2,7 @@
 
 #include "database/record.h"
 #include "database/tables/columndef.h"
+#include "database/tables/prefetch.h"
 
 #include <QtCore/qlist.h>
 
@@ -57,8 +58,8 @@ public:
     /// Asks for the cache lines that a digest reads.
     void prefetch(const uchar *row) const
     {
-        __builtin_prefetch(row + m_near);
-        __builtin_prefetch(m_nullable ? row + kRowHeaderSize + m_first->nullOffset : row + m_far);
+        ::prefetch(row + m_near);
+        ::prefetch(m_nullable ? row + kRowHeaderSize + m_first->nullOffset : row + m_far);
     }
 
 private:

@@ -70,18 +70,18 @@ quint64 hashOfCell(quint64 sum, const TableColumnDef &column, const uchar *row)
 /// An entry with the word of its key by which it is being sorted.
 struct Ranked {
     quint64 word;
-    const uchar *key;
     ArrivalList::Entry *entry;
 };
 
-// Sorts by the words of the keys from one offset on. Keys share long beginnings (a board, zeros
-// behind a short text), so comparing them whole would read the same bytes again and again.
-void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 length)
+// Sorts by the words of the row blocks in offset..end - 1, a key. Keys share long beginnings (a
+// board, zeros behind a short text), so comparing them whole would read the same bytes again and
+// again.
+void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 end)
 {
-    for (; last - first > 1 && offset < length; offset += qint64(sizeof(quint64))) {
+    for (; last - first > 1 && offset < end; offset += qint64(sizeof(quint64))) {
         bool differ = false;
         for (Ranked *ranked = first; ranked != last; ++ranked) {
-            ranked->word = qFromBigEndian<quint64>(ranked->key + offset);
+            ranked->word = qFromBigEndian<quint64>(ranked->entry->record.row() + offset);
             differ |= ranked->word != first->word;
         }
         if (!differ)
@@ -91,7 +91,7 @@ void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 length)
             const quint64 word = first->word;
             Ranked *const next = std::find_if(
                 first, last, [word](const Ranked &ranked) { return ranked.word != word; });
-            sortByWords(first, next, offset + qint64(sizeof(quint64)), length);
+            sortByWords(first, next, offset + qint64(sizeof(quint64)), end);
             first = next;
         }
     }
@@ -192,6 +192,8 @@ std::vector<ArrivalList::Entry *> ArrivalList::sorted()
         prefetch(entry.record.row() + m_keyOffset);
         result.push_back(&entry);
     }
+    if (result.size() < 2)
+        return result;
     if (!m_columns.empty()) {
         const MasterIndex &master = *m_table.masterIndex();
         std::sort(result.begin(), result.end(), [&master](const Entry *a, const Entry *b) {
@@ -202,8 +204,9 @@ std::vector<ArrivalList::Entry *> ArrivalList::sorted()
     std::vector<Ranked> ranked;
     ranked.reserve(result.size());
     for (Entry *entry : result)
-        ranked.push_back({0, entry->record.row() + m_keyOffset, entry});
-    sortByWords(ranked.data(), ranked.data() + ranked.size(), 0, m_keyLength);
+        ranked.push_back({0, entry});
+    sortByWords(ranked.data(), ranked.data() + ranked.size(), m_keyOffset,
+                m_keyOffset + m_keyLength);
     std::transform(ranked.begin(), ranked.end(), result.begin(),
                    [](const Ranked &entry) { return entry.entry; });
     return result;

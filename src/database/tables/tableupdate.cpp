@@ -167,6 +167,7 @@ void Table::beginUpdate()
             walk->turnBack();
             while (Index *index = walk->next())
                 ignored.run([&] { index->endUpdate(); });
+            walk.reset(); // while the registry is still this thread's
         }
         d->updateDepth.fetchAndSubOrdered(1);
         if (locked)

@@ -15,7 +15,7 @@ namespace
 
 // Entries up to which their hashes are compared one after the other.
 constexpr int kScannedEntries = 8;
-constexpr size_t kFirstSlots = 64;
+constexpr size_t kFirstSlots = 32;
 
 // Odd, so that multiplying loses nothing.
 constexpr quint64 kFactor = 0x9E3779B97F4A7C15;
@@ -170,7 +170,7 @@ void ArrivalList::makeSlots(int count)
 {
     if (count <= kScannedEntries || size_t(count) * 2 <= m_slots.size())
         return;
-    m_slots.assign(std::max(m_slots.size() * 4, kFirstSlots), 0);
+    m_slots.assign(std::max(m_slots.size() * 2, kFirstSlots), 0);
     for (int entry = 0; entry < m_entries.size(); ++entry)
         place(entry);
 }

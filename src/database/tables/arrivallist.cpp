@@ -2,11 +2,12 @@
 
 #include "database/masterindex_fast.h"
 #include "database/tables/prefetch.h"
+#include "database/tables/rowlayout.h"
+#include "database/tables/table.h"
 
 #include <QtCore/qendian.h>
 
 #include <algorithm>
-#include <cstring>
 #include <typeinfo>
 
 namespace
@@ -14,25 +15,73 @@ namespace
 
 // Entries up to which their hashes are compared one after the other.
 constexpr int kScannedEntries = 8;
-constexpr size_t kFirstSlots = 64;
-// Rows whose keys are asked for before they are read.
-constexpr size_t kRowsAhead = 8;
+constexpr size_t kFirstSlots = 32;
+
+// Odd, so that multiplying loses nothing.
+constexpr quint64 kFactor = 0x9E3779B97F4A7C15;
+constexpr quint64 kOtherFactor = 0xC2B2AE3D27D4EB4F;
+
+// Keys differ in few bits: multiplying carries them upwards, the shift brings them down again.
+quint64 mixed(quint64 sum, quint64 word, quint64 factor)
+{
+    sum = (sum ^ word) * factor;
+    return sum ^ (sum >> 32);
+}
+
+// Two words a step, each multiplied on its own, so that no multiplication waits for another.
+quint64 hashOfBytes(const uchar *word, qint64 length)
+{
+    const uchar *const end = word + length;
+    quint64 even = 0, odd = 0;
+    for (; end - word > 8; word += 16) {
+        even = mixed(even, qFromUnaligned<quint64>(word), kFactor);
+        odd = mixed(odd, qFromUnaligned<quint64>(word + 8), kOtherFactor);
+    }
+    if (word != end)
+        even = mixed(even, qFromUnaligned<quint64>(word), kFactor);
+    return (even + odd) * kFactor;
+}
+
+// Whether hashOfCell() tells values of a type apart. Doubles are left out because NaN equals all of
+// them, decimals because equal ones may be written with different scales.
+bool isHashed(FieldType::Type type)
+{
+    return type == FieldType::Integer || type == FieldType::Integer64 ||
+           type == FieldType::DateTime || type == FieldType::VarChar;
+}
+
+// The same for cells that compareCells() finds equal, whatever lies behind a value in its cell.
+quint64 hashOfCell(quint64 sum, const TableColumnDef &column, const uchar *row)
+{
+    const uchar *const data = row + kRowHeaderSize;
+    if (!(data[column.nullOffset] & column.nullMask))
+        return mixed(sum, 1, kOtherFactor);
+    const uchar *const cell = data + column.offset;
+    if (column.type == FieldType::Integer)
+        return mixed(sum, qFromUnaligned<quint32>(cell), kFactor);
+    if (column.type != FieldType::VarChar)
+        return mixed(sum, qFromUnaligned<quint64>(cell), kFactor);
+    const auto *text = reinterpret_cast<const ushort *>(cell);
+    for (int i = 0; i < column.length && text[i] != 0; ++i)
+        sum = (sum ^ text[i]) * kFactor;
+    return mixed(sum, 0, kFactor);
+}
 
 /// An entry with the word of its key by which it is being sorted.
 struct Ranked {
     quint64 word;
-    const uchar *key;
     ArrivalList::Entry *entry;
 };
 
-// Sorts by the words of the keys from one offset on. Keys share long beginnings (a board, zeros
-// behind a short text), so comparing them whole would read the same bytes again and again.
-void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 length)
+// Sorts by the words of the row blocks in offset..end - 1, a key. Keys share long beginnings (a
+// board, zeros behind a short text), so comparing them whole would read the same bytes again and
+// again.
+void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 end)
 {
-    for (; last - first > 1 && offset < length; offset += qint64(sizeof(quint64))) {
+    for (; last - first > 1 && offset < end; offset += qint64(sizeof(quint64))) {
         bool differ = false;
         for (Ranked *ranked = first; ranked != last; ++ranked) {
-            ranked->word = qFromBigEndian<quint64>(ranked->key + offset);
+            ranked->word = qFromBigEndian<quint64>(ranked->entry->record.row() + offset);
             differ |= ranked->word != first->word;
         }
         if (!differ)
@@ -42,7 +91,7 @@ void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 length)
             const quint64 word = first->word;
             Ranked *const next = std::find_if(
                 first, last, [word](const Ranked &ranked) { return ranked.word != word; });
-            sortByWords(first, next, offset + qint64(sizeof(quint64)), length);
+            sortByWords(first, next, offset + qint64(sizeof(quint64)), end);
             first = next;
         }
     }
@@ -50,34 +99,33 @@ void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 length)
 
 } // namespace
 
-std::unique_ptr<ArrivalList> ArrivalList::make(const MasterIndex &master)
+std::unique_ptr<ArrivalList> ArrivalList::make(const Table &table)
 {
-    // This very class: one derived from it may compare in another way.
-    if (typeid(master) != typeid(MasterIndex_Fast_Pure))
+    // These very classes: one derived from them may compare in another way.
+    const MasterIndex &master = *table.masterIndex();
+    std::unique_ptr<ArrivalList> list(new ArrivalList(table));
+    if (typeid(master) == typeid(MasterIndex_Fast_Pure)) {
+        const auto &fast = static_cast<const MasterIndex_Fast_Pure &>(master);
+        list->m_keyOffset = fast.keyOffset();
+        list->m_keyLength = fast.keyLength();
+        return list;
+    }
+    if (typeid(master) != typeid(MasterIndex_Column_Pure))
         return nullptr;
-    const auto &fast = static_cast<const MasterIndex_Fast_Pure &>(master);
-    return std::unique_ptr<ArrivalList>(new ArrivalList(fast.keyOffset(), fast.keyLength()));
+    for (const int column : master.keyColumns()) {
+        if (!isHashed(table.columnType(column)))
+            return nullptr;
+        list->m_columns.push_back(table.columnDef(column));
+    }
+    return list;
 }
 
-// Two words a step, each multiplied on its own, so that no multiplication waits for another. Keys
-// differ in few bits; multiplying carries those upwards, and the upper half is taken at the end.
 uint ArrivalList::hashOf(const Record &record) const
 {
-    constexpr quint64 kOdd = 0x9E3779B97F4A7C15, kOtherOdd = 0xC2B2AE3D27D4EB4F;
-    const uchar *word = record.row() + m_keyOffset;
-    const uchar *const end = word + m_keyLength;
-    quint64 even = 0, odd = 0;
-    const auto mixed = [](quint64 sum, const uchar *bytes, quint64 factor) {
-        sum = (sum ^ qFromUnaligned<quint64>(bytes)) * factor;
-        return sum ^ (sum >> 32);
-    };
-    for (; end - word > 8; word += 16) {
-        even = mixed(even, word, kOdd);
-        odd = mixed(odd, word + 8, kOtherOdd);
-    }
-    if (word != end)
-        even = mixed(even, word, kOdd);
-    return uint(((even + odd) * kOdd) >> 32);
+    quint64 hash = hashOfBytes(record.row() + m_keyOffset, m_keyLength);
+    for (const TableColumnDef *column : m_columns)
+        hash = hashOfCell(hash, *column, record.row());
+    return uint(hash >> 32);
 }
 
 ArrivalList::Entry *ArrivalList::find(const Record &key)
@@ -88,9 +136,8 @@ ArrivalList::Entry *ArrivalList::find(const Record &key)
 ArrivalList::Entry *ArrivalList::find(const Record &record, uint hash)
 {
     const auto isKey = [&](const Entry &entry) {
-        return entry.hash == hash &&
-               (entry.record == record ||
-                std::memcmp(keyOf(entry), record.row() + m_keyOffset, size_t(m_keyLength)) == 0);
+        return entry.hash == hash && (entry.record == record ||
+                                      m_table.masterIndex()->compare(entry.record, record) == 0);
     };
     if (m_slots.empty()) {
         const auto entry = std::find_if(m_entries.begin(), m_entries.end(), isKey);
@@ -123,7 +170,7 @@ void ArrivalList::makeSlots(int count)
 {
     if (count <= kScannedEntries || size_t(count) * 2 <= m_slots.size())
         return;
-    m_slots.assign(std::max(m_slots.size() * 4, kFirstSlots), 0);
+    m_slots.assign(std::max(m_slots.size() * 2, kFirstSlots), 0);
     for (int entry = 0; entry < m_entries.size(); ++entry)
         place(entry);
 }
@@ -139,16 +186,28 @@ void ArrivalList::place(int entry)
 
 std::vector<ArrivalList::Entry *> ArrivalList::sorted()
 {
-    std::vector<Ranked> ranked;
-    ranked.reserve(size_t(m_entries.size()));
-    for (Entry &entry : m_entries) {
-        ranked.push_back({0, keyOf(entry), &entry});
-        prefetch(keyOf(entry));
-    }
-    sortByWords(ranked.data(), ranked.data() + ranked.size(), 0, m_keyLength);
     std::vector<Entry *> result;
-    result.reserve(ranked.size());
-    for (const Ranked &entry : ranked)
-        result.push_back(entry.entry);
+    result.reserve(size_t(m_entries.size()));
+    for (Entry &entry : m_entries) {
+        prefetch(entry.record.row() + m_keyOffset);
+        result.push_back(&entry);
+    }
+    if (result.size() < 2)
+        return result;
+    if (!m_columns.empty()) {
+        const MasterIndex &master = *m_table.masterIndex();
+        std::sort(result.begin(), result.end(), [&master](const Entry *a, const Entry *b) {
+            return master.compare(a->record, b->record) < 0;
+        });
+        return result;
+    }
+    std::vector<Ranked> ranked;
+    ranked.reserve(result.size());
+    for (Entry *entry : result)
+        ranked.push_back({0, entry});
+    sortByWords(ranked.data(), ranked.data() + ranked.size(), m_keyOffset,
+                m_keyOffset + m_keyLength);
+    std::transform(ranked.begin(), ranked.end(), result.begin(),
+                   [](const Ranked &entry) { return entry.entry; });
     return result;
 }

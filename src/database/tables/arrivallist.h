@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-class MasterIndex;
+class TableColumnDef;
 
 /// The entries of a batch in the order in which they came, one per key: what a batch is while no
 /// operation has had to be folded into another.
@@ -17,8 +17,8 @@ class MasterIndex;
 /// costs one look into a hash table, and the order by key is made once, for all entries together.
 ///
 /// Invariants:
-///  (1) No two entries have the same key. Keys are equal when their bytes are, and their order is
-///      that of the bytes: the list serves only master indexes that compare so.
+///  (1) No two entries have the same key, and keys that the master index finds equal have the same
+///      hash.
 ///  (2) m_slots is empty while there are few entries. Otherwise its size is a power of two, at
 ///      least twice the number of entries; a slot holds an entry's number plus one, or 0. Each
 ///      entry stands in the first slot that was free from the one that its hash names.
@@ -32,8 +32,8 @@ public:
         RecordsTrans::Kind kind;
     };
 
-    /// An empty list, or null when keys of the master index are not compared as bytes.
-    static std::unique_ptr<ArrivalList> make(const MasterIndex &master);
+    /// An empty list, or null when it is not known which keys the table's master index finds equal.
+    static std::unique_ptr<ArrivalList> make(const Table &table);
 
     /// The entry of the record's key, or null. Entries move when one is added.
     Entry *find(const Record &key);
@@ -43,23 +43,25 @@ public:
     /// The entries in the order of their keys; valid until one is added.
     std::vector<Entry *> sorted();
 
-    int size() const { return m_entries.size(); }
+    /// In the order in which they came.
+    const QVarLengthArray<Entry, 2> &entries() const { return m_entries; }
 
 private:
-    ArrivalList(qint64 keyOffset, qint64 keyLength)
-        : m_keyOffset(keyOffset)
-        , m_keyLength(keyLength)
+    explicit ArrivalList(const Table &table)
+        : m_table(table)
     {
     }
 
-    const uchar *keyOf(const Entry &entry) const { return entry.record.row() + m_keyOffset; }
     uint hashOf(const Record &record) const;
     Entry *find(const Record &record, uint hash);
     void makeSlots(int count);
     void place(int entry);
 
-    const qint64 m_keyOffset;            // from the start of a row block, in bytes, a multiple of 8
-    const qint64 m_keyLength;            // in bytes, a multiple of 8
+    const Table &m_table; // borrowed
+    // The key: columns compared by value, or else bytes that are compared as such.
+    std::vector<const TableColumnDef *> m_columns;
+    qint64 m_keyOffset = 0;              // from the start of a row block, a multiple of 8
+    qint64 m_keyLength = 0;              // a multiple of 8
     QVarLengthArray<Entry, 2> m_entries; // invariant (1)
     std::vector<quint32> m_slots;        // invariant (2)
 };

@@ -34,13 +34,6 @@ void enter(Ops &ops, const RecordsTrans::MapKey &key, const RecordsTrans::Op &op
         ops.insert(place, key, op);
 }
 
-// Hands a handle over to a list without a change of its count.
-void moveInto(QList<Record> &records, Record &record)
-{
-    records.append(Record());
-    records.last().swap(record);
-}
-
 } // namespace
 
 bool operator<(const RecordsTrans::MapKey &a, const RecordsTrans::MapKey &b)
@@ -79,14 +72,13 @@ int RecordsTrans::lastColumn() const
     return m_table->columnCount() - 1;
 }
 
-// Entries that have not been settled
-// ---------------------------------------------------------------
+// Entries ----------------------------------------------------------------------------------------
 
 // Where a new key goes first; null when it goes into the maps.
 ArrivalList *RecordsTrans::arrivals()
 {
     if (!m_arrivals && m_ops.isEmpty())
-        m_arrivals = ArrivalList::make(*m_table->masterIndex());
+        m_arrivals = ArrivalList::make(*m_table);
     return m_arrivals.get();
 }
 
@@ -121,95 +113,75 @@ void RecordsTrans::settle()
     m_arrivals.reset();
 }
 
-// Lists
-// --------------------------------------------------------------------------------------------
-
-QList<Record> RecordsTrans::recordsOf(Kind kind) const
+// The lists of a batch; put(list, handle) adds to one of them, by a copy or by a move.
+template<class Batch, class Put>
+RecordsTrans::Lists RecordsTrans::gather(Batch &batch, Put put)
 {
-    QList<Record> records;
-    if (m_arrivals) {
-        for (const ArrivalList::Entry *entry : m_arrivals->sorted()) {
-            if (entry->kind == kind)
-                records.append(entry->record);
+    Lists lists;
+    QList<Record> *const ofKind[] = {nullptr, &lists.inserted, &lists.removed, &lists.updated};
+    const auto reserve = [&](const auto &entries) {
+        int counts[Updated + 1] = {};
+        for (const auto &entry : entries)
+            ++counts[entry.kind];
+        for (const Kind kind : {Inserted, Removed, Updated})
+            ofKind[kind]->reserve(counts[kind]);
+        lists.changed.reserve(counts[Updated]);
+    };
+    if (batch.m_arrivals) { // invariant (3)
+        reserve(batch.m_arrivals->entries());
+        for (ArrivalList::Entry *entry : batch.m_arrivals->sorted()) {
+            put(*ofKind[entry->kind], entry->record);
+            if (entry->kind == Updated)
+                put(lists.changed, entry->change);
         }
+        return lists;
     }
-    for (const Op &op : m_ops) {
-        if (op.kind == kind)
-            records.append(op.record);
-    }
-    return records;
+    reserve(qAsConst(batch.m_ops));
+    for (auto &op : batch.m_ops)
+        put(*ofKind[op.kind], op.record);
+    for (auto &op : batch.m_changes)
+        put(lists.changed, op.record);
+    return lists;
+}
+
+RecordsTrans::Lists RecordsTrans::lists() const
+{
+    return gather(*this, [](QList<Record> &list, const Record &record) { list.append(record); });
 }
 
 // Moves all entries out and clears the batch.
 RecordsTrans::Lists RecordsTrans::take()
 {
-    Lists lists;
-    int counts[Updated + 1] = {};
-    std::vector<ArrivalList::Entry *> entries;
-    if (m_arrivals)
-        entries = m_arrivals->sorted();
-    for (const ArrivalList::Entry *entry : entries)
-        ++counts[entry->kind];
-    for (const Op &op : qAsConst(m_ops))
-        ++counts[op.kind];
-    lists.inserted.reserve(counts[Inserted]);
-    lists.removed.reserve(counts[Removed]);
-    lists.updated.reserve(counts[Updated]);
-    lists.changed.reserve(counts[Updated]);
-
-    const auto move = [&lists](Kind kind, Record &record) {
-        moveInto(kind == Inserted  ? lists.inserted
-                 : kind == Removed ? lists.removed
-                                   : lists.updated,
-                 record);
-    };
-    for (ArrivalList::Entry *entry : entries) {
-        move(entry->kind, entry->record);
-        if (entry->kind == Updated)
-            moveInto(lists.changed, entry->change);
-    }
-    if (!m_ops.isEmpty()) {
-        for (Op &op : m_ops)
-            move(op.kind, op.record);
-        for (Op &op : m_changes)
-            moveInto(lists.changed, op.record);
-    }
+    // A handle that is swapped in keeps its count.
+    Lists lists = gather(*this, [](QList<Record> &list, Record &record) {
+        list.append(Record());
+        list.last().swap(record);
+    });
     clear();
     return lists;
 }
 
 QList<Record> RecordsTrans::insertList() const
 {
-    return recordsOf(Inserted);
+    return lists().inserted;
 }
 
 QList<Record> RecordsTrans::removeList() const
 {
-    return recordsOf(Removed);
+    return lists().removed;
 }
 
 QList<Record> RecordsTrans::updateList() const
 {
-    return recordsOf(Updated);
+    return lists().updated;
 }
 
 QList<Record> RecordsTrans::changeList() const
 {
-    QList<Record> records;
-    if (m_arrivals) {
-        for (const ArrivalList::Entry *entry : m_arrivals->sorted()) {
-            if (entry->kind == Updated)
-                records.append(entry->change);
-        }
-    }
-    records.reserve(records.size() + m_changes.size());
-    for (const Op &op : m_changes)
-        records.append(op.record);
-    return records;
+    return lists().changed;
 }
 
-// Operations
-// ---------------------------------------------------------------------------------------
+// Operations -------------------------------------------------------------------------------------
 
 RecordUpdater RecordsTrans::insertRow(const Record &row)
 {
@@ -348,8 +320,8 @@ void RecordsTrans::merge(RecordsTrans &other)
     if (&other == this)
         return;
     const QPair<int, int> range = other.columns();
-    merge(other.removeList(), other.updateList(), range.first, range.second, other.insertList(),
-          other.changeList());
+    const Lists lists = other.lists();
+    merge(lists.removed, lists.updated, range.first, range.second, lists.inserted, lists.changed);
     other.clear();
 }
 

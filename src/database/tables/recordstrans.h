@@ -28,8 +28,8 @@ class Table;
 ///      stands in changes. So updateList() and changeList() run in step.
 ///  (2) first > last means that no range of changed columns is set; processing takes all columns.
 ///  (3) Entries stand either all in the maps or all in the list of arrivals, which is null rather
-///      than empty. A batch for a master index that compares keys as bytes begins with the list and
-///      settles into the maps once an operation has to be folded into another.
+///      than empty. A batch begins with the list, where keys can be hashed, and settles into the
+///      maps once an operation has to be folded into another.
 ///
 /// A table without a key (MasterIndexOrdered) has one key only, so a batch folds all its operations
 /// into one: rows of such a table come through Table::appendRow() and appendList().
@@ -77,6 +77,7 @@ public:
     /// first() and last(), or all columns while no range is set.
     QPair<int, int> columns() const;
 
+    // Each sorts the entries, unless operations have been folded.
     QList<Record> insertList() const; ///< new rows, in key order
     QList<Record> removeList() const; ///< live rows to remove, in key order
     QList<Record> updateList() const; ///< live rows that change, in key order
@@ -124,8 +125,10 @@ private:
     ArrivalList *arrivals();
     bool arrives(const Record &record, Kind kind, const Record &change);
     void settle();
+    template<class Batch, class Put>
+    static Lists gather(Batch &batch, Put put);
+    Lists lists() const;
     Lists take();
-    QList<Record> recordsOf(Kind kind) const;
     void widen(int first, int last)
     {
         m_first = qMin(m_first, qMax(first, 0));

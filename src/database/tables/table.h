@@ -204,8 +204,6 @@ private:
     void runTransaction(Run run);
     void complete(const QList<Record> &updated, const QList<Record> &values, int &first, int &last,
                   const QList<Record> &inserted);
-    void copyChanges(const QList<Record> &updated, int first, int last,
-                     const QList<Record> &changed) const;
     void completeInserted(const QList<Record> &records);
     void addToIndexes(const Record &record);
     bool acceptsExisting(const TableColumnDef &existing, const TableColumnDef &def) const;

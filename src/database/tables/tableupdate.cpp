@@ -15,8 +15,21 @@
 namespace
 {
 
-// Rows whose cells are asked for before they are written.
-constexpr int kRowsAhead = 8;
+// Copies columns of the i-th row of one list to the i-th of the other. Rows lie anywhere in memory,
+// so they are asked for some steps ahead.
+void copyRows(const QList<Record> &to, const QList<Record> &from, const ColumnSpan &span)
+{
+    constexpr int kRowsAhead = 8;
+    const int pairs = qMin(to.size(), from.size());
+    for (int i = 0; i < pairs; ++i) {
+        if (i + kRowsAhead < pairs) {
+            prefetch(to.at(i + kRowsAhead).row() + span.offset());
+            prefetch(from.at(i + kRowsAhead).row() + span.offset());
+        }
+        if (to.at(i) && from.at(i) && to.at(i) != from.at(i))
+            span.copy(to.at(i).row(), from.at(i).row());
+    }
+}
 
 } // namespace
 
@@ -167,6 +180,7 @@ void Table::beginUpdate()
             walk->turnBack();
             while (Index *index = walk->next())
                 ignored.run([&] { index->endUpdate(); });
+            walk.reset(); // while the registry is still this thread's
         }
         d->updateDepth.fetchAndSubOrdered(1);
         if (locked)
@@ -263,7 +277,7 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     d->forEachIndex(
         [&](Index *index) { index->preprocess(removed, updated, first, last, inserted, changed); });
 
-    copyChanges(updated, first, last, changed);
+    copyRows(updated, changed, ColumnSpan(d->columns, d->dataLength, first, last));
 
     FirstError error;
     error.run([&] { d->masterIndex->process(removed, updated, first, last, inserted); });
@@ -272,24 +286,6 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
         error.run([&] { index->process(removed, updated, first, last, inserted); });
     });
     error.rethrow();
-}
-
-// The new values become live. The rows lie anywhere in memory, so they are asked for ahead.
-void Table::copyChanges(const QList<Record> &updated, int first, int last,
-                        const QList<Record> &changed) const
-{
-    const ColumnSpan span(d->columns, d->dataLength, first, last);
-    const int pairs = qMin(updated.size(), changed.size());
-    for (int i = 0; i < pairs; ++i) {
-        if (i + kRowsAhead < pairs) {
-            prefetch(updated.at(i + kRowsAhead).row() + span.offset());
-            prefetch(changed.at(i + kRowsAhead).row() + span.offset());
-        }
-        const Record &live = updated.at(i);
-        const Record &values = changed.at(i);
-        if (live && values && live != values)
-            span.copy(live.row(), values.row());
-    }
 }
 
 int Table::transactionState() const

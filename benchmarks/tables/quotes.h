@@ -20,6 +20,7 @@ public:
         , m_column(*table->columnDef(column))
     {
         setColumns({column});
+        setIndependent(true);
     }
     int compare(const Record &a, const Record &b) const override
     {

@@ -122,4 +122,67 @@ TEST_F(ParallelSort, staysAsItWasWhenAThreadThrows)
     }
 }
 
+/// Refuses to compare once rows hold their new values.
+class RefusingSort : public QuoteSort
+{
+public:
+    using QuoteSort::QuoteSort;
+    int compare(const Record &a, const Record &b) const override
+    {
+        if (refuses && table()->transactionState() == 2)
+            throw std::runtime_error("comparison refused");
+        return QuoteSort::compare(a, b);
+    }
+    bool refuses = false;
+};
+
+/// Independent indexes beside one that is not.
+class SideBySide : public ::testing::Test
+{
+protected:
+    SideBySide()
+    {
+        for (int id = 0; id < kRows; ++id)
+            table.append(id, id % 97);
+        for (QuoteSort *index : independent)
+            index->setIndependent(true);
+    }
+    void changeEverySecondRow()
+    {
+        RecordsTrans batch(&table);
+        for (int id = 0; id < kRows; id += 2) {
+            RecordUpdater row = batch.updateRow(table.at(id));
+            row.field(kPrice).setValue(1000 - id % 89);
+        }
+        batch.execute();
+    }
+
+    static constexpr int kRows = 4000;
+    QuoteTable table;
+    QuoteSort first{&table, kPrice, false, true, true};
+    QuoteSort second{&table, kPrice, true, true, true};
+    QuoteSort alone{&table, kPrice, false, true, true};
+    RefusingSort third{&table, kPrice, false, true, false};
+    QuoteSort *const independent[3] = {&first, &second, &third};
+};
+
+TEST_F(SideBySide, endUpAsOneAfterTheOther)
+{
+    changeEverySecondRow();
+    const Ids expected = idsOf(alone);
+    for (const QuoteSort *index : independent)
+        EXPECT_EQ(idsOf(*index), expected);
+    EXPECT_TRUE(std::is_sorted(alone.begin(), alone.end(), IndexSort::LessThan(&alone)));
+}
+
+TEST_F(SideBySide, oneThatThrowsKeepsTheBatchFromNobody)
+{
+    third.refuses = true;
+    EXPECT_THROW(changeEverySecondRow(), std::runtime_error);
+    ASSERT_EQ(cellOf(table.at(0), kPrice), 1000) << "threw before the rows changed";
+    EXPECT_EQ(idsOf(second), idsOf(alone));
+    EXPECT_TRUE(std::is_sorted(second.begin(), second.end(), IndexSort::LessThan(&second)));
+    EXPECT_EQ(table.transactionState(), 0);
+}
+
 } // namespace

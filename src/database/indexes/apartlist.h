@@ -1,5 +1,7 @@
 #pragma once
 
+#include "database/database_global.h"
+
 #include <QtCore/qglobal.h>
 
 #include <cstring>
@@ -34,6 +36,10 @@ void replace(T *to, const T *from, int n) noexcept
     std::destroy_n(to, n);
     move(to, from, n);
 }
+
+/// Tells the system that what lies between two addresses of one allocation is not used: whole pages
+/// lose their contents and their memory until they are written again.
+DATABASE_EXPORT void releasePages(void *from, void *to) noexcept;
 
 /// Fills n places that hold no handle with empty ones.
 template<class T>
@@ -74,6 +80,9 @@ struct APartList {
     void closeGap(int offset, int n) noexcept;
     /// Sets size, and end with it.
     void resize(int n) noexcept;
+    /// Gives the memory behind the handles back to the system until it is used: an array may have
+    /// got memory that others have used before.
+    void releaseTail() noexcept { Relocate::releasePages(end, begin + capacity); }
 
     T *begin = nullptr;
     T *end = nullptr;

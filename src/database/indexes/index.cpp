@@ -2,7 +2,7 @@
 
 #include "database/tables/table.h"
 
-qint64 Index::m_nsecsElapsedTotal = 0;
+std::atomic<qint64> Index::m_nsecsElapsedTotal{0};
 
 Index::Index() = default;
 
@@ -60,7 +60,7 @@ void Index::dependentEndUpdate(Table *) {}
 
 decimal Index::percentElapsed() const
 {
-    const qint64 unit = m_nsecsElapsedTotal / 10000;
+    const qint64 unit = nsecsElapsedTotal() / 10000;
     return unit == 0 ? decimal() : decimal::fromParts(m_nsecsElapsed / unit, 2);
 }
 

@@ -9,6 +9,8 @@
 #include <QtCore/qpointer.h>
 #include <QtCore/qstring.h>
 
+#include <atomic>
+
 class Table;
 
 /// A view that a table keeps over its rows: what every index implements, and how a table's batches
@@ -24,7 +26,7 @@ class Table;
 /// second batch inside process().
 ///
 /// Filled by build(), then kept current by the table only. The application owns an index. The time
-/// figures are plain counters.
+/// figures are counters without order to anything else.
 class DATABASE_EXPORT Index
 {
 public:
@@ -76,11 +78,21 @@ public:
     virtual void complete(const QList<Record> &updated, const QList<Record> &values, int &colFrom,
                           int &colTo, const QList<Record> &inserted);
 
+    /// Whether preprocess() and process() may run beside those of other independent indexes of the
+    /// table, in any thread: they read rows, change nothing but this index and take no lock of the
+    /// table. Set by the application, as only it knows what its classes do; large batches go to
+    /// neighbours in the registry side by side then. False at first.
+    bool isIndependent() const { return m_independent; }
+    void setIndependent(bool independent) { m_independent = independent; }
+
     /// Nanoseconds spent in process().
     qint64 nsecsElapsed() const { return m_nsecsElapsed; }
     void setNsecsElapsed(const qint64 &nsecs) { m_nsecsElapsed = nsecs; }
     /// The sum over all indexes of the process.
-    static qint64 nsecsElapsedTotal() { return m_nsecsElapsedTotal; }
+    static qint64 nsecsElapsedTotal()
+    {
+        return m_nsecsElapsedTotal.load(std::memory_order_relaxed);
+    }
     /// This index's share of the total, in percent to hundredths; 0 below 10000 ns in total.
     decimal percentElapsed() const;
 
@@ -98,7 +110,8 @@ protected:
         {
             // Read twice, so the total runs slightly ahead of the sum of the indexes.
             m_index.m_nsecsElapsed += m_index.m_timer.nsecsElapsed();
-            m_nsecsElapsedTotal += m_index.m_timer.nsecsElapsed();
+            m_nsecsElapsedTotal.fetch_add(m_index.m_timer.nsecsElapsed(),
+                                          std::memory_order_relaxed);
         }
         ProcessTiming(const ProcessTiming &) = delete;
         ProcessTiming &operator=(const ProcessTiming &) = delete;
@@ -110,7 +123,8 @@ protected:
 private:
     QElapsedTimer m_timer; // invalid until the first batch
     qint64 m_nsecsElapsed = 0;
-    static qint64 m_nsecsElapsedTotal;
+    bool m_independent = false;
+    static std::atomic<qint64> m_nsecsElapsedTotal;
 };
 
 /// An index's place in its table's registry, given up when the index goes, whichever of the two

@@ -135,6 +135,7 @@ private:
     friend class SortBatch;
 
     struct Found;
+    struct Finds;
     struct Note;
 
     /// A row whose position goes to a slot of a list of positions.
@@ -152,7 +153,7 @@ private:
     int bound(const Record &key, Side side, int from, int to) const;
     void findTile(const Record *keys, int n, QList<Record> &found) const;
     int findByKey(const Record &record) const;
-    std::vector<Found> findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
+    Finds findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
     int lowerBound(const Record &key) const { return bound(key, Side::Before, 0, count()); }
     int upperBound(const Record &key, int from, int to) const
     {
@@ -163,7 +164,8 @@ private:
     void sortByDigests();
     void follow(int removed, int inserted, const Record &record);
 
-    std::vector<Note> m_notes; // a batch's removed, then updated records; empty outside a batch
+    std::vector<int> m_noteOrder; // the numbers of the notes, as Finds::order
+    std::vector<Note> m_notes;    // a batch's removed, then updated records; empty outside a batch
     std::unique_ptr<SortAid> m_aid; // null until the index tells its columns
 };
 

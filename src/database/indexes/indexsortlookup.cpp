@@ -158,78 +158,92 @@ int IndexSort::findByKey(const Record &record) const
     return scanForRow(record, probed, upperBound(record, probed, count()));
 }
 
-/// Finds many rows, one after the other, by their keys.
+/// Finds many rows by their keys.
 class IndexSort::RowFinder
 {
 public:
-    RowFinder(const IndexSort &index, bool rejectedToo)
+    RowFinder(const IndexSort &index, const std::vector<const Record *> &rows, bool rejectedToo)
         : m_index(index)
+        , m_rows(rows)
         , m_rejectedToo(rejectedToo)
         , m_patience(index.count())
     {
     }
 
-    std::vector<Found> find(const std::vector<const Record *> &rows)
+    Finds find()
     {
-        m_found.reserve(rows.size());
+        m_finds.found.resize(m_rows.size(), {-1, {}});
+        m_finds.order.reserve(m_rows.size());
         const SortAid *aid = m_index.m_aid.get();
         if (aid && aid->guides())
-            findGuided(rows, *aid);
+            findGuided(*aid);
         else
-            for (const Record *record : rows)
-                findByKey(*record);
-        m_index.scanForRows(m_wanted, m_found);
-        return std::move(m_found);
+            for (int i = 0; i < int(m_rows.size()); ++i)
+                findByKey(i);
+        m_index.scanForRows(m_wanted, m_finds.found);
+        return std::move(m_finds);
     }
 
 private:
-    /// Where the guide says that a row stands.
-    struct Span {
-        const Record *first; // null where it does not say enough
-        SortGuide::Range range;
+    /// A row to find, and where the guide says that it stands.
+    struct Sought {
+        quint64 digest;
+        int number;
+        const Record *stretch = nullptr; // null where the guide does not say enough
+        SortGuide::Range range = {};
     };
 
-    // Cells, then places in the list are asked for ahead of their turn: each is a cache miss.
-    void findGuided(const std::vector<const Record *> &rows, const SortAid &aid)
+    // In the order of the digests, which is that of the positions: neighbouring records share
+    // signposts and cache lines. Cells, then places in the list are asked for ahead of their turn.
+    void findGuided(const SortAid &aid)
     {
-        Span spans[kAhead];
-        const size_t n = rows.size();
-        for (size_t i = 0; i < qMin(n, size_t(kAhead)); ++i)
-            aid.key.prefetch(rows[i]->row());
-        for (size_t i = 0; i < n + kAhead; ++i) {
-            if (i >= kAhead)
-                scan(*rows[i - kAhead], spans[i % kAhead]);
+        const int n = int(m_rows.size());
+        std::vector<Sought> sought;
+        sought.reserve(m_rows.size());
+        for (int i = 0; i < qMin(n, kAhead); ++i)
+            aid.key.prefetch(m_rows[size_t(i)]->row());
+        for (int i = 0; i < n; ++i) {
             if (i + kAhead < n)
-                aid.key.prefetch(rows[i + kAhead]->row());
-            if (i < n)
-                spans[i % kAhead] = spanOf(*rows[i], aid);
+                aid.key.prefetch(m_rows[size_t(i + kAhead)]->row());
+            quint64 digest;
+            if (aid.key.read(m_rows[size_t(i)]->row(), &digest))
+                sought.push_back({digest, i});
+            else
+                findByKey(i);
+        }
+        std::sort(sought.begin(), sought.end(),
+                  [](const Sought &a, const Sought &b) { return a.digest < b.digest; });
+        SortGuide::Walk walk(aid.guide);
+        for (size_t i = 0; i < sought.size() + kAhead; ++i) {
+            if (i < sought.size())
+                locate(sought[i], walk);
+            if (i >= kAhead)
+                scan(sought[i - kAhead]);
         }
     }
-    Span spanOf(const Record &record, const SortAid &aid) const
+    void locate(Sought &sought, SortGuide::Walk &walk) const
     {
-        quint64 digest;
-        if (!aid.key.read(record.row(), &digest))
-            return {};
-        const SortGuide::Range range = aid.guide.range(digest);
-        if (range.last - range.first > kScanned)
-            return {};
-        const int size = range.last - range.first;
-        const Record *const first = m_index.m_list.stretch(range.first, range.last);
-        for (int i = 0; first && i < size; i += 8)
-            ::prefetch(first + i);
-        return {first, range};
+        sought.range = walk.range(sought.digest);
+        const int size = sought.range.last - sought.range.first;
+        if (size > kScanned)
+            return;
+        sought.stretch = m_index.m_list.stretch(sought.range.first, sought.range.last);
+        for (int i = 0; sought.stretch && i < size; i += 8)
+            ::prefetch(sought.stretch + i);
     }
-    void scan(const Record &record, const Span &span)
+    void scan(const Sought &sought)
     {
-        const int size = span.first ? span.range.last - span.range.first : 0;
-        const Record *const found = std::find(span.first, span.first + size, record);
-        if (found != span.first + size)
-            m_found.push_back({span.range.first + int(found - span.first), span.range});
+        const int size = sought.stretch ? sought.range.last - sought.range.first : 0;
+        const Record *const end = sought.stretch + size;
+        const Record *const found = std::find(sought.stretch, end, *m_rows[size_t(sought.number)]);
+        if (found != end)
+            enter(sought.number, {sought.range.first + int(found - sought.stretch), sought.range});
         else
-            findByKey(record);
+            findByKey(sought.number);
     }
-    void findByKey(const Record &record)
+    void findByKey(int number)
     {
+        const Record &record = *m_rows[size_t(number)];
         const int first = m_index.lowerBound(record);
         const int probed = qMin(first + kProbes, m_index.count());
         int position = m_index.scanForRow(record, first, probed);
@@ -243,25 +257,31 @@ private:
                 position = m_index.scanForRow(record, probed, last);
             }
             if (position == -1 && (!scanned || m_rejectedToo || m_index.filter(record)))
-                m_wanted.push_back({record.row(), int(m_found.size())});
+                m_wanted.push_back({record.row(), number});
         }
-        m_found.push_back({position, {}});
+        enter(number, {position, {}});
+    }
+    void enter(int number, const Found &found)
+    {
+        m_finds.found[size_t(number)] = found;
+        m_finds.order.push_back(number);
     }
 
     const IndexSort &m_index;
+    const std::vector<const Record *> &m_rows;
     const bool m_rejectedToo;
     int m_patience; // handles that may be looked at one by one before a scan is cheaper
-    std::vector<Found> m_found;
+    Finds m_finds;
     std::vector<Wanted> m_wanted;
 };
 
 // The positions of these very rows, -1 where one does not stand here: by their keys, and for those
 // that are not found that way, if the filter accepts them or rejected ones are wanted too, by one
 // scan over the index.
-std::vector<IndexSort::Found> IndexSort::findRows(const std::vector<const Record *> &rows,
-                                                  bool rejectedToo) const
+IndexSort::Finds IndexSort::findRows(const std::vector<const Record *> &rows,
+                                     bool rejectedToo) const
 {
-    return RowFinder(*this, rejectedToo).find(rows);
+    return RowFinder(*this, rows, rejectedToo).find();
 }
 
 // Looks all wanted rows up in one walk over the index; sorts them by row for that.
@@ -293,7 +313,7 @@ QMap<Record, int> IndexSort::indexOfs(const QList<Record> &records) const
     rows.reserve(size_t(records.size()));
     for (const Record &record : records)
         rows.push_back(&record);
-    const std::vector<Found> found = findRows(rows, true);
+    const std::vector<Found> found = findRows(rows, true).found;
     QMap<Record, int> result;
     for (int i = 0; i < records.size(); ++i)
         result.insert(records.at(i), found[size_t(i)].position);

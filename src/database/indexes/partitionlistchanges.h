@@ -55,7 +55,9 @@ void PartitionList<T>::splitInto(int c, int at, PartPtr tail) noexcept
     const int moved = head.size - at;
     Relocate::move(tail->begin, head.begin + at, moved);
     tail->resize(moved);
+    tail->releaseTail();
     head.resize(at);
+    head.releaseTail();
     placePart(c + 1, std::move(tail));
     renumber(c);
 }

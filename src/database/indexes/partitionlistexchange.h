@@ -151,8 +151,10 @@ std::vector<T> PartitionList<T>::Exchange::run() noexcept
         for (const Entry next = m_list.firstEntry() + step.part; from != next; ++from)
             m_parts.append(*from);
         distribute(step, fresh);
-        for (int j = 0; j < step.pieces; ++j)
+        for (int j = 0; j < step.pieces; ++j) {
+            (*fresh)->releaseTail();
             m_parts.append((fresh++)->release());
+        }
         if (!isNew) {
             m_list.chunk(step.part).resize(0); // its handles have moved on
             delete *from++;

@@ -15,6 +15,13 @@ struct IndexSort::Found {
     SortGuide::Range group; ///< records that it stood among when it was found; empty if unknown
 };
 
+/// Where many records stand, in step with them, and their numbers in an order in which positions
+/// ascend as far as is known without sorting.
+struct IndexSort::Finds {
+    std::vector<Found> found;
+    std::vector<int> order;
+};
+
 /// What preprocess() found of one removed or updated record.
 struct IndexSort::Note {
     const uchar *row;

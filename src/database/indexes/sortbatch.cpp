@@ -95,10 +95,11 @@ void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
     const std::vector<const Record *> rows = affectedRows(removed, updated);
     // A record that belongs here but does not stand where its key says is searched for: its key has
     // changed behind the index's back. Nothing is noted when a comparison throws.
-    const std::vector<IndexSort::Found> found = index.findRows(rows, false);
-    index.m_notes.reserve(found.size());
-    for (size_t i = 0; i < found.size(); ++i)
-        index.m_notes.push_back({rows[i]->row(), found[i]});
+    IndexSort::Finds finds = index.findRows(rows, false);
+    index.m_notes.reserve(rows.size());
+    for (size_t i = 0; i < rows.size(); ++i)
+        index.m_notes.push_back({rows[i]->row(), finds.found[i]});
+    index.m_noteOrder.swap(finds.order);
 }
 
 // Whether the notes are of this very batch and the records still stand where they were noted.
@@ -107,7 +108,7 @@ bool SortBatch::notesHold() const
     const auto &notes = m_index.m_notes;
     if (notes.size() != size_t(m_removed.size() + m_updated.size()))
         return false;
-    for (int slot = 0; slot < int(notes.size()); ++slot) {
+    for (const int slot : m_index.m_noteOrder) {
         const auto &note = notes[size_t(slot)];
         if (note.row != batchRecord(slot).row())
             return false;
@@ -121,28 +122,31 @@ bool SortBatch::notesHold() const
 void SortBatch::locate()
 {
     if (notesHold()) {
-        m_found.reserve(m_index.m_notes.size());
+        m_finds.found.reserve(m_index.m_notes.size());
         for (const auto &note : m_index.m_notes)
-            m_found.push_back(note.found);
+            m_finds.found.push_back(note.found);
+        m_finds.order.swap(m_index.m_noteOrder);
     } else {
-        m_found = m_index.findRows(affectedRows(m_removed, m_updated), true);
+        m_finds = m_index.findRows(affectedRows(m_removed, m_updated), true);
     }
     m_index.m_notes.clear();
 }
 
 void SortBatch::collectAffected()
 {
-    m_affected.reserve(m_found.size());
-    for (int slot = 0; slot < int(m_found.size()); ++slot) {
-        const int position = m_found[size_t(slot)].position;
+    m_affected.reserve(m_finds.order.size());
+    for (const int slot : m_finds.order) {
+        const int position = m_finds.found[size_t(slot)].position;
         const int update = qMax(slot - m_removed.size(), -1);
         if (position != -1)
             m_affected.push_back({position, update, position - 1, position + 1, false});
     }
     // A record that is both removed and updated is removed: the removal sorts first and stays.
-    std::sort(m_affected.begin(), m_affected.end(), [](const Affected &a, const Affected &b) {
+    const auto before = [](const Affected &a, const Affected &b) {
         return a.position != b.position ? a.position < b.position : a.update < b.update;
-    });
+    };
+    if (!std::is_sorted(m_affected.begin(), m_affected.end(), before))
+        std::sort(m_affected.begin(), m_affected.end(), before);
     m_affected.erase(
         std::unique(m_affected.begin(), m_affected.end(),
                     [](const Affected &a, const Affected &b) { return a.position == b.position; }),
@@ -176,7 +180,7 @@ bool SortBatch::inOrder(const Affected &affected) const
 bool SortBatch::isPastNeighbour(size_t i) const
 {
     const Affected &affected = m_affected[i];
-    const SortGuide::Range &group = m_found[size_t(m_removed.size() + affected.update)].group;
+    const SortGuide::Range &group = m_finds.found[size_t(m_removed.size() + affected.update)].group;
     const quint64 digest = m_digests[size_t(affected.update)];
     if (digest > group.high && affected.right < group.last)
         return i + 1 == m_affected.size() || m_affected[i + 1].position != affected.right;
@@ -284,7 +288,7 @@ void SortBatch::gatherPending()
     for (const Record *record : m_new)
         m_pending.push_back({m_aid ? m_aid->key(record->row()) : 0, record->row(), -1, 0});
     for (int i = 0; i < m_updated.size(); ++i) {
-        const bool outside = m_found[size_t(m_removed.size() + i)].position == -1;
+        const bool outside = m_finds.found[size_t(m_removed.size() + i)].position == -1;
         if (m_accepted[size_t(i)] && (outside || leftOf[size_t(i)] != -1))
             m_pending.push_back(
                 {m_aid ? m_digests[size_t(i)] : 0, m_updated.at(i).row(), leftOf[size_t(i)], 0});
@@ -308,6 +312,8 @@ public:
         , m_list(batch.m_index.m_list)
         , m_leaving(batch.m_leaving)
     {
+        if (m_aid)
+            m_walk.emplace(m_aid->guide);
     }
 
     void run()
@@ -405,7 +411,7 @@ private:
     {
         Search searches[kTile];
         for (size_t i = 0; i < n; ++i) {
-            const SortGuide::Range range = m_aid->guide.range(pending[i].digest);
+            const SortGuide::Range range = m_walk->range(pending[i].digest);
             while (m_leaver < m_leaving.size() && m_leaving[m_leaver] < range.first)
                 ++m_leaver;
             const Record *const stretch = m_list.stretch(range.first, range.last);
@@ -463,6 +469,7 @@ private:
     const SortAid *const m_aid;
     const PartitionList<Record> &m_list;
     const std::vector<int> &m_leaving;
+    std::optional<SortGuide::Walk> m_walk;
     int m_done = 0;      // what is still to come belongs at this position or behind it
     size_t m_leaver = 0; // those that leave before it stand before the ranges to come
 };

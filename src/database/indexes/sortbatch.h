@@ -81,12 +81,12 @@ private:
     const QList<Record> &m_removed;
     const QList<Record> &m_updated;
     const QList<Record> &m_inserted;
-    SortAid *m_aid = nullptr;              // the index's, if its digests cover the whole batch
-    std::vector<bool> m_accepted;          // whether the filter accepts each updated record
-    std::vector<const Record *> m_new;     // the inserted records that it accepts
-    std::vector<quint64> m_digests;        // of the updated records, where there are digests
-    std::vector<IndexSort::Found> m_found; // the removed, then the updated records
-    std::vector<Affected> m_affected;      // by position, each position once
-    std::vector<int> m_leaving;            // the positions of those that leave
-    std::vector<Pending> m_pending;        // what is merged in
+    SortAid *m_aid = nullptr;          // the index's, if its digests cover the whole batch
+    std::vector<bool> m_accepted;      // whether the filter accepts each updated record
+    std::vector<const Record *> m_new; // the inserted records that it accepts
+    std::vector<quint64> m_digests;    // of the updated records, where there are digests
+    IndexSort::Finds m_finds;          // the removed, then the updated records
+    std::vector<Affected> m_affected;  // by position, each position once
+    std::vector<int> m_leaving;        // the positions of those that leave
+    std::vector<Pending> m_pending;    // what is merged in
 };

@@ -109,37 +109,69 @@ SortGuide::~SortGuide() = default;
 
 SortGuide::Range SortGuide::range(quint64 digest) const
 {
+    const int b = countBelow(m_digests.data(), int(m_digests.size()), digest) - 1;
+    if (b < 0)
+        return rangeAt(0, 0, digest);
+    const Block &block = *m_blocks[size_t(b)];
+    return rangeAt(b, countBelow(block.digests, block.posts, digest), digest);
+}
+
+/// The range of a digest, given a block and in it, or behind it, the first post that is not below
+/// the digest.
+SortGuide::Range SortGuide::rangeAt(int b, int post, quint64 digest) const
+{
     const int blocks = int(m_blocks.size());
     Range range{0, count(), 0, std::numeric_limits<quint64>::max()};
-    int b = countBelow(m_digests.data(), blocks, digest) - 1;
-    int post = 0; // the first one that is not below the digest
-    if (b >= 0) {
+    if (blocks == 0)
+        return range;
+    if (post > 0) {
         const Block &block = *m_blocks[size_t(b)];
-        post = countBelow(block.digests, block.posts, digest);
         range.first = m_bases[size_t(b)] + block.places[post - 1];
         range.low = block.digests[post - 1];
-        if (post == block.posts) {
-            ++b;
-            post = 0;
-        }
-    } else {
-        b = 0;
     }
-    if (b == blocks)
+    const auto skipEnd = [&] { // from behind a block's posts to the next one's
+        if (post == m_blocks[size_t(b)]->posts) {
+            post = 0;
+            ++b;
+        }
+        return b < blocks;
+    };
+    if (!skipEnd())
         return range;
     if (m_blocks[size_t(b)]->digests[post] == digest) { // rows that are equal may fill many groups
         b = countUpTo(m_digests.data(), blocks, digest) - 1;
         post = countUpTo(m_blocks[size_t(b)]->digests, m_blocks[size_t(b)]->posts, digest);
-        if (post == m_blocks[size_t(b)]->posts) {
-            ++b;
-            post = 0;
-        }
-        if (b == blocks)
+        if (!skipEnd())
             return range;
     }
     range.last = m_bases[size_t(b)] + m_blocks[size_t(b)]->places[post];
     range.high = m_blocks[size_t(b)]->digests[post];
     return range;
+}
+
+SortGuide::Range SortGuide::Walk::range(quint64 digest)
+{
+    constexpr int kSteps = 8; // before a search is cheaper
+    const auto &digests = m_guide.m_digests;
+    const int blocks = int(digests.size());
+    int steps = 0;
+    for (; m_block + 1 < blocks && digests[size_t(m_block) + 1] < digest; ++m_block) {
+        m_post = 0;
+        if (++steps == kSteps) {
+            m_block += countBelow(&digests[size_t(m_block) + 1], blocks - m_block - 1, digest);
+            break;
+        }
+    }
+    if (blocks == 0)
+        return {0, 0, 0, 0};
+    const Block &block = *m_guide.m_blocks[size_t(m_block)];
+    for (steps = 0; m_post < block.posts && block.digests[m_post] < digest; ++m_post) {
+        if (++steps == kSteps) {
+            m_post += countBelow(block.digests + m_post, block.posts - m_post, digest);
+            break;
+        }
+    }
+    return m_guide.rangeAt(m_block, m_post, digest);
 }
 
 void SortGuide::clear()

@@ -73,6 +73,21 @@ public:
         int m_probe;
         int m_probes;
     };
+    /// Asks for the ranges of ascending digests: goes on from one to the next.
+    class Walk
+    {
+    public:
+        explicit Walk(const SortGuide &guide)
+            : m_guide(guide)
+        {
+        }
+        Range range(quint64 digest);
+
+    private:
+        const SortGuide &m_guide;
+        int m_block = 0; // the last one whose first digest is below the one before
+        int m_post = 0;  // in it, the first one that is not
+    };
     /// A row that comes before the row at \p position of the sequence as it was.
     struct Insertion {
         int position;
@@ -112,6 +127,7 @@ private:
     static constexpr int kRebuiltShare = 4; // more events than one in so many rows: begin anew
 
     struct Block;
+    Range rangeAt(int block, int post, quint64 digest) const;
     struct Post {
         int place; // of the rows that a list of posts divides
         quint64 digest;

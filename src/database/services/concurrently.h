@@ -13,12 +13,16 @@ namespace Concurrently
 /// Calls \p work(context, i) for i = 0..n - 1 on the pool and returns when all calls have.
 /// work must not throw. Exported for the tests; use forEach().
 DATABASE_EXPORT void run(int n, void (*work)(void *context, int i), void *context);
+/// The same on this thread, and on those of the pool that are awake before all calls are taken:
+/// for a few calls that are not much longer than it takes to wake a thread, which run() waits for
+/// whether there is something left for it or not.
+DATABASE_EXPORT void share(int n, void (*work)(void *context, int i), void *context);
 
-/// Calls \p work(i) for i = 0..n - 1 on the pool, several at a time, and returns when all have
+/// Calls \p work(i) for i = 0..n - 1 by \p runner, several at a time, and returns when all have
 /// ended. Of the exceptions thrown meanwhile the one of the lowest i is rethrown then, as itself:
 /// it is carried past the pool, which would replace it and drop the calls not yet begun.
 template<class F>
-void forEach(int n, const F &work)
+void forEach(int n, const F &work, decltype(&run) runner = run)
 {
     struct Job {
         const F &work;
@@ -41,7 +45,7 @@ void forEach(int n, const F &work)
     };
     Job job{work, std::vector<std::exception_ptr>(size_t(n))};
     annotateRelease(&job.handOver);
-    run(n, &Job::call, &job);
+    runner(n, &Job::call, &job);
     annotateAcquire(&job.handBack);
     for (const std::exception_ptr &error : job.errors) {
         if (error)

@@ -3,6 +3,7 @@
 #include "database/indexes/index.h"
 #include "database/indexes/indexlimit.h"
 #include "database/joins/tablejoin.h"
+#include "database/services/concurrently.h"
 #include "database/services/threadannotations.h"
 #include "database/tables/columnspan.h"
 #include "database/tables/firsterror.h"
@@ -260,6 +261,50 @@ void Table::processSingleTransaction(RecordsTrans &transaction)
                              lists.inserted, lists.changed);
 }
 
+namespace
+{
+
+// From so many rows on a batch is worth waking other threads for.
+constexpr int kSideBySide = 512;
+
+// The rows of a batch that indexes may take side by side, or none: where rows come, what indexes
+// allocate is there to stay, and threads would take it from memory of their own each.
+int rowsToShare(const QList<Record> &removed, const QList<Record> &updated,
+                const QList<Record> &inserted)
+{
+    return inserted.isEmpty() ? removed.size() + updated.size() : 0;
+}
+
+/// Takes a batch of so many rows to every secondary index: in the order of registration, but
+/// independent ones that follow each other side by side. \p pass must bear what call throws.
+template<class Pass, class Call>
+void toEachIndex(TablePrivate &table, int rows, Pass pass, Call call)
+{
+    std::vector<Index *> together;
+    const auto takeTogether = [&] {
+        if (together.size() == 1)
+            pass([&] { call(together.front()); });
+        else if (!together.empty())
+            pass([&] {
+                const auto each = [&](int i) { call(together[size_t(i)]); };
+                Concurrently::forEach(int(together.size()), each, Concurrently::share);
+            });
+        together.clear();
+    };
+    TablePrivate::IndexWalk walk(table);
+    while (Index *index = walk.next()) {
+        if (rows >= kSideBySide && index->isIndependent()) {
+            together.push_back(index);
+            continue;
+        }
+        takeTogether();
+        pass([&] { call(index); });
+    }
+    takeTogether();
+}
+
+} // namespace
+
 void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
                                      int last, const QList<Record> &inserted,
                                      const QList<Record> &changed)
@@ -274,7 +319,9 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
 
     d->transactionState = 1;
     complete(updated, changed, first, last, inserted);
-    d->forEachIndex(
+    const int rows = rowsToShare(removed, updated, inserted);
+    toEachIndex(
+        *d, rows, [](const auto &step) { step(); },
         [&](Index *index) { index->preprocess(removed, updated, first, last, inserted, changed); });
 
     copyRows(updated, changed, ColumnSpan(d->columns, d->dataLength, first, last));
@@ -282,9 +329,9 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     FirstError error;
     error.run([&] { d->masterIndex->process(removed, updated, first, last, inserted); });
     d->transactionState = 2;
-    d->forEachIndex([&](Index *index) {
-        error.run([&] { index->process(removed, updated, first, last, inserted); });
-    });
+    toEachIndex(
+        *d, rows, [&](const auto &step) { error.run(step); },
+        [&](Index *index) { index->process(removed, updated, first, last, inserted); });
     error.rethrow();
 }
 

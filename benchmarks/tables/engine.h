@@ -44,9 +44,11 @@ public:
     /// Answering takes that every order is up to date.
     virtual Firsts firsts() = 0;
     virtual std::int64_t find(const Key *keys, int count) = 0; ///< the sum of the volumes
-    virtual double at(const int *places, int count) = 0;       ///< the sum of last, by last
-    virtual void hold(const std::vector<Key> &keys) = 0;       ///< keeps records for ranks()
-    virtual std::int64_t ranks(int count) = 0;                 ///< the sum of places, by last
+    /// The same, all keys known beforehand.
+    virtual std::int64_t findMany(const Key *keys, int count) { return find(keys, count); }
+    virtual double at(const int *places, int count) = 0; ///< the sum of last, by last
+    virtual void hold(const std::vector<Key> &keys) = 0; ///< keeps records for ranks()
+    virtual std::int64_t ranks(int count) = 0;           ///< the sum of places, by last
     /// Whether each of the first records held stands where its rank says.
     virtual bool ranksAreTrue(int count) = 0;
     virtual std::int64_t walk() = 0; ///< sums volume, in the order by last

@@ -94,6 +94,16 @@ public:
             sum += live(keys[i]).data(kVolume).value<qint64>();
         return sum;
     }
+    std::int64_t findMany(const Key *keys, int count) override
+    {
+        constexpr int kTogether = 1000;
+        std::int64_t sum = 0;
+        for (int i = 0; i < count; i += kTogether) {
+            for (const Record &record : liveAll(keys + i, std::min(count - i, kTogether)))
+                sum += record.data(kVolume).value<qint64>();
+        }
+        return sum;
+    }
     double at(const int *places, int count) override
     {
         double sum = 0;
@@ -153,13 +163,19 @@ private:
     }
     /// The records of a batch's keys, searched for side by side.
     template<class Each>
+    QList<Record> liveAll(const Each *each, int count)
+    {
+        while (m_keys.size() < count)
+            m_keys.append(Record(&m_table));
+        for (int i = 0; i < count; ++i)
+            QuotesTable::setKey(m_keys.at(i), keyOf(each[i]));
+        return m_table.masterIndex()->findAll(m_keys.size() == count ? m_keys
+                                                                     : m_keys.mid(0, count));
+    }
+    template<class Each>
     QList<Record> liveAll(const std::vector<Each> &each)
     {
-        while (m_keys.size() < int(each.size()))
-            m_keys.append(Record(&m_table));
-        for (size_t i = 0; i < each.size(); ++i)
-            QuotesTable::setKey(m_keys.at(int(i)), keyOf(each[i]));
-        return m_table.masterIndex()->findAll(m_keys.mid(0, int(each.size())));
+        return liveAll(each.data(), int(each.size()));
     }
     static const Key &keyOf(const Key &key) { return key; }
     static const Key &keyOf(const Row &row) { return row.key; }

@@ -224,6 +224,8 @@ private:
         const int *places = m_script.places.data();
         measure(Workload::Find, "W5 find by key", kQuestions,
                 [&](Engine &e, int count) { return e.find(m_script.keys.data(), count); });
+        measure(Workload::Find, "W5 find by key, a list of keys", kQuestions,
+                [&](Engine &e, int count) { return e.findMany(m_script.keys.data(), count); });
         measure(Workload::At, "W6 record at a position", kQuestions,
                 [&](Engine &e, int count) { return e.at(places, count); });
         for (const auto &engine : m_engines)

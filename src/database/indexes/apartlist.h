@@ -52,8 +52,9 @@ void makeEmpty(T *at, int n) noexcept
 
 /// One chunk of a PartitionList: an array of handles that owns those in use.
 ///
-/// Invariants: end == begin + size, 0 <= size <= capacity; begin is null when capacity is 0 and is
-/// aligned for any pointer otherwise. Exactly the first size places hold handles.
+/// Invariants: end == begin + size, array <= begin, end <= array + capacity; all three pointers are
+/// null when capacity is 0 and aligned for any pointer otherwise. Exactly the places from begin to
+/// end hold handles. There may be room on both sides, so that a change moves the shorter side.
 template<class T>
 struct APartList {
     static_assert(!QTypeInfo<T>::isStatic, "handles are moved as plain memory");
@@ -73,17 +74,22 @@ struct APartList {
     /// dropped, and 0 frees the array. Throws std::bad_alloc and leaves everything as it was.
     void realloc(int n);
 
-    /// Moves the handles from \p offset on back by \p n places, which hold no handle then and
-    /// already count into size. The capacity must suffice.
+    /// Makes n places at \p offset, which hold no handle and already count into size, by moving the
+    /// handles behind them or, where those are fewer and there is room, the ones before. The
+    /// capacity must suffice.
     void openGap(int offset, int n) noexcept;
-    /// Takes back n places at offset that hold no handle any more.
+    /// Makes sure that n handles more fit behind end, by moving all to the front of the array. The
+    /// capacity must suffice.
+    void makeRoom(int n) noexcept;
+    /// Takes back n places at offset that hold no handle any more, from the shorter side.
     void closeGap(int offset, int n) noexcept;
     /// Sets size, and end with it.
     void resize(int n) noexcept;
     /// Gives the memory behind the handles back to the system until it is used: an array may have
     /// got memory that others have used before.
-    void releaseTail() noexcept { Relocate::releasePages(end, begin + capacity); }
+    void releaseTail() noexcept { Relocate::releasePages(end, array + capacity); }
 
+    T *array = nullptr;
     T *begin = nullptr;
     T *end = nullptr;
     int size = 0;
@@ -98,24 +104,41 @@ void APartList<T>::realloc(int n)
 {
     if (n == capacity)
         return;
-    T *array = n == 0 ? nullptr : static_cast<T *>(::operator new(size_t(n) * sizeof(T)));
+    T *fresh = n == 0 ? nullptr : static_cast<T *>(::operator new(size_t(n) * sizeof(T)));
     if (n < size) {
         std::destroy_n(begin + n, size - n);
         size = n;
     }
-    if (array)
-        Relocate::move(array, begin, size);
-    ::operator delete(begin);
-    begin = array;
+    if (fresh)
+        Relocate::move(fresh, begin, size);
+    ::operator delete(array);
+    array = begin = fresh;
     capacity = n;
+    resize(size);
+}
+
+template<class T>
+void APartList<T>::makeRoom(int n) noexcept
+{
+    Q_ASSERT(size + n <= capacity);
+    if (array + capacity - end >= n)
+        return;
+    Relocate::move(array, begin, size);
+    begin = array;
     resize(size);
 }
 
 template<class T>
 void APartList<T>::openGap(int offset, int n) noexcept
 {
-    Q_ASSERT(offset >= 0 && offset <= size && size + n <= capacity);
-    Relocate::move(begin + offset + n, begin + offset, size - offset);
+    Q_ASSERT(offset >= 0 && offset <= size);
+    if (offset < size - offset && begin - array >= n) {
+        Relocate::move(begin - n, begin, offset);
+        begin -= n;
+    } else {
+        makeRoom(n);
+        Relocate::move(begin + offset + n, begin + offset, size - offset);
+    }
     resize(size + n);
 }
 
@@ -123,7 +146,12 @@ template<class T>
 void APartList<T>::closeGap(int offset, int n) noexcept
 {
     Q_ASSERT(offset >= 0 && offset + n <= size);
-    Relocate::move(begin + offset, begin + offset + n, size - offset - n);
+    if (offset < size - offset - n) {
+        Relocate::move(begin + n, begin, offset);
+        begin += n;
+    } else {
+        Relocate::move(begin + offset, begin + offset + n, size - offset - n);
+    }
     resize(size - n);
 }
 

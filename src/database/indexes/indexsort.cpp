@@ -44,7 +44,11 @@ bool IndexSort::reads(int colFrom, int colTo) const
 Record IndexSort::find(const Record &key, int from) const
 {
     const int position = search(key, from);
-    return position == -1 ? Record() : m_list.at(position);
+    if (position == -1)
+        return {};
+    const Record &record = m_list.at(position);
+    prefetchCells(record); // who looks for a record will read it
+    return record;
 }
 
 int IndexSort::search(const Record &key, int from) const
@@ -84,14 +88,6 @@ int IndexSort::indexOf(const Record &record) const
 {
     const int position = findByKey(record);
     return position != -1 ? position : IndexList::indexOf(record);
-}
-
-// Whether a record fits between the records at two positions, either of which may lie outside.
-bool IndexSort::inOrder(int before, const Record &record, int after) const
-{
-    if (before >= 0 && compare(m_list.at(before), record) > 0)
-        return false;
-    return after >= count() || compare(record, m_list.at(after)) <= 0;
 }
 
 // Changes -----------------------------------------------------------------------------------------
@@ -213,10 +209,6 @@ void IndexSort::update(const Record &record, int, int, int index)
         m_aid->guide.clear();
     if (index < 0 || m_list.at(index) != record)
         index = findByKey(record);
-    if (index != -1 && inOrder(index - 1, record, index + 1)) {
-        follow(index, index + 1, record); // in order, and yet it may have passed a signpost
-        return;
-    }
     if (index == -1) {
         index = IndexList::indexOf(record);
         if (index == -1) {
@@ -225,15 +217,65 @@ void IndexSort::update(const Record &record, int, int, int index)
         }
         qWarning("update Full search can impact the performance");
     }
-    // The place first, so that a comparison that throws leaves the record where it is.
-    const bool down = index > 0 && compare(m_list.at(index - 1), record) > 0;
-    const int place = down ? upperBound(record, 0, index) : upperBound(record, index + 1, count());
+    settle(record, index);
+}
+
+// Puts a record that stands at a position and holds its new values where it belongs, unless it is
+// in order there.
+void IndexSort::settle(const Record &record, int index)
+{
     // The argument may stand in the list.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
-    m_list.remove(index);
-    m_list.insert(down ? place : place - 1, kept);
-    follow(index, place, kept);
+    int place = index + 1;
+    // The place first, so that a comparison that throws leaves the record where it is.
+    if (index > 0 && compare(m_list.at(index - 1), kept) > 0)
+        place = upperBound(kept, 0, index);
+    else if (index + 1 < count() && compare(kept, m_list.at(index + 1)) > 0)
+        place = upperBound(kept, index + 1, count());
+    if (place != index + 1)
+        m_list.move(index, place);
+    follow(index, place, kept); // one that stays may have passed a signpost, too
+}
+
+// Batches -----------------------------------------------------------------------------------------
+
+// A tick, one row that changes, goes the short way: no lists are made for it. Where something is
+// unusual it is a batch like others; both then return false.
+
+bool IndexSort::noteOne(const Record &record, const Record &value)
+{
+    if (!m_aid || !m_aid->guides() || !m_aid->key.covers(value.row()))
+        return false;
+    // What processOne() will look at is on its way while the record is searched for.
+    const SortAid::Vicinity vicinity = m_aid->vicinityOf(value.row());
+    const int position = findByKey(record);
+    if (position == -1)
+        return false;
+    m_aid->prefetch(vicinity);
+    for (const int neighbour : {position - 1, position + 1}) {
+        if (neighbour >= 0 && neighbour < count())
+            m_aid->key.prefetch(m_list.at(neighbour).row());
+    }
+    m_notes.push_back({record.row(), {position, {}}});
+    m_noteOrder.assign(1, 0);
+    return true;
+}
+
+bool IndexSort::processOne(const Record &record)
+{
+    if (m_notes.size() != 1 || m_notes.front().row != record.row() || !m_aid || !m_aid->guides() ||
+        !m_aid->key.covers(record.row()))
+        return false;
+    const int position = m_notes.front().found.position;
+    if (m_list.at(position) != record)
+        return false;
+    m_notes.clear();
+    if (filter(record))
+        settle(record, position);
+    else
+        remove(record, position);
+    return true;
 }
 
 void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
@@ -243,10 +285,14 @@ void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &up
     const QList<Record> none;
     const bool moves = reads(colFrom, colTo);
     m_notes.clear();
-    if (removed.isEmpty() && inserted.isEmpty() && (!moves || updated.isEmpty()))
+    const bool onlyUpdates = removed.isEmpty() && inserted.isEmpty();
+    if (onlyUpdates && (!moves || updated.isEmpty()))
         return;
     // Part of the work of the batch, so it counts as such.
     const ProcessTiming timing(*this);
+    const bool isTick = onlyUpdates && updated.size() == 1 && updatedValues.size() == 1;
+    if (isTick && noteOne(updated.first(), updatedValues.first()))
+        return;
     SortBatch::takeNotes(*this, removed, moves ? updated : none, inserted,
                          moves ? updatedValues : none);
 }
@@ -256,8 +302,11 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
 {
     const QList<Record> none;
     const bool moves = reads(colFrom, colTo);
-    if (removed.isEmpty() && inserted.isEmpty() && (!moves || updated.isEmpty()))
+    const bool onlyUpdates = removed.isEmpty() && inserted.isEmpty();
+    if (onlyUpdates && (!moves || updated.isEmpty()))
         return;
     const ProcessTiming timing(*this);
+    if (onlyUpdates && updated.size() == 1 && processOne(updated.first()))
+        return;
     SortBatch(*this, removed, moves ? updated : none, inserted).run();
 }

@@ -160,8 +160,10 @@ private:
         return bound(key, Side::Behind, from, to);
     }
     void scanForRows(std::vector<Wanted> &wanted, std::vector<Found> &found) const;
-    bool inOrder(int before, const Record &record, int after) const;
     void sortByDigests();
+    bool noteOne(const Record &record, const Record &value);
+    bool processOne(const Record &record);
+    void settle(const Record &record, int index);
     void follow(int removed, int inserted, const Record &record);
 
     std::vector<int> m_noteOrder; // the numbers of the notes, as Finds::order

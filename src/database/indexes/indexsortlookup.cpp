@@ -136,6 +136,7 @@ void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
             continue;
         }
         const Record &record = m_list.at(searches[i].probes.place());
+        prefetchCells(record);
         const bool matches = !record.isNull() && compare(record, keys[i]) == 0;
         found.append(matches ? record : Record());
     }

@@ -123,6 +123,8 @@ public:
     /// of the arrivals are left empty.
     std::vector<T> exchange(const std::vector<int> &leaving, std::vector<Arrival> &arrivals);
 
+    /// Moves the handle at position \p from before position \p to, both as before the call.
+    void move(int from, int to);
     /// Removes the handle at \p pos; past the end it does nothing.
     void remove(int pos);
     /// Removes every position of \p ranges in one pass; what lies past the end is ignored. Chunks
@@ -311,7 +313,8 @@ bool PartitionList<T>::verify() const
         const Part *p = m_parts.at(c + 1);
         if (!p || p->owner != this || p->size <= 0 || p->end != p->begin + p->size)
             return false;
-        if (p->capacity < qMax(p->size, m_partSize + 2))
+        if (p->capacity < qMax(p->size, m_partSize + 2) || p->begin < p->array ||
+            p->end > p->array + p->capacity)
             return false;
         if (partStart(c + 1) != partStart(c) + p->size)
             return false;

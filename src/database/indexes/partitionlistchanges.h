@@ -72,6 +72,7 @@ void PartitionList<T>::joinNext(int c)
     const int size = head.size + next->size;
     if (size > head.capacity)
         head.realloc(size);
+    head.makeRoom(next->size);
     Relocate::move(head.end, next->begin, next->size);
     head.resize(size);
     next->resize(0);
@@ -196,6 +197,7 @@ void PartitionList<T>::append(const T &value)
     const int c = partCount() - 1;
     if (c >= 0 && part(c).size + 1 < m_partSize) {
         Part &last = chunk(c);
+        last.makeRoom(1);
         new (last.end) T(value);
         last.resize(last.size + 1);
         ++m_starts.back();
@@ -206,6 +208,31 @@ void PartitionList<T>::append(const T &value)
     new (fresh->end) T(value);
     fresh->resize(1);
     placePart(c + 1, std::move(fresh));
+}
+
+template<class T>
+void PartitionList<T>::move(int from, int to)
+{
+    Q_ASSERT(from >= 0 && from < count() && to >= 0 && to <= count());
+    const Place source = locate(from);
+    if (partForInsert(to) != source.part) {
+        const T kept(at(from));
+        remove(from);
+        insert(to > from ? to - 1 : to, kept);
+        return;
+    }
+    reserveParts(0);
+    T *const item = chunk(source.part).begin + source.offset;
+    alignas(T) unsigned char bytes[sizeof(T)];
+    T *const moved = reinterpret_cast<T *>(bytes);
+    Relocate::move(moved, item, 1);
+    if (to > from) {
+        Relocate::move(item, item + 1, to - from - 1);
+        Relocate::move(item + (to - from - 1), moved, 1);
+    } else {
+        Relocate::move(item + (to - from) + 1, item + (to - from), from - to);
+        Relocate::move(item + (to - from), moved, 1);
+    }
 }
 
 template<class T>

@@ -40,6 +40,7 @@ private:
 
     int piecesOf(const Step &step) const;
     void trace(const Step &step) noexcept;
+    int shiftOf(const Step &step) const noexcept;
     void rearrange(const Step &step) noexcept;
     void distribute(const Step &step, PartPtr *pieces) noexcept;
     T *itemOf(Arrival &arrival) noexcept
@@ -201,25 +202,51 @@ void PartitionList<T>::Exchange::trace(const Step &step) noexcept
     passTo(size);
 }
 
+/// By how much a chunk's first handle moves in its array: not at all, or so that the last one
+/// stays, whichever moves fewer handles, if there is room.
+template<class T>
+int PartitionList<T>::Exchange::shiftOf(const Step &step) const noexcept
+{
+    const Part &part = m_list.part(step.part);
+    const int room = int(part.begin - part.array);
+    const auto fits = [&](int shift) {
+        return room + shift >= 0 && room + shift + step.total <= part.capacity;
+    };
+    const auto moved = [&](int shift) {
+        int handles = 0;
+        for (const Segment &segment : m_segments)
+            handles += segment.to + shift != segment.from ? segment.size : 0;
+        return handles;
+    };
+    const int lastStays = part.size - step.total;
+    if (!fits(0))
+        return fits(lastStays) ? lastStays : -room;
+    return fits(lastStays) && moved(lastStays) < moved(0) ? lastStays : 0;
+}
+
 /// Moves a chunk's handles within it. Segments that go down move first, in ascending order, then
 /// those that go up, in descending order: no segment lands on one that has not moved yet.
 template<class T>
 void PartitionList<T>::Exchange::rearrange(const Step &step) noexcept
 {
     Part &part = m_list.chunk(step.part);
+    const int shift = shiftOf(step);
+    const T *const from = part.begin;
+    T *const to = part.begin + shift;
     for (auto segment = m_segments.begin(); segment != m_segments.end(); ++segment) {
-        if (segment->to < segment->from)
-            Relocate::move(part.begin + segment->to, part.begin + segment->from, segment->size);
+        if (segment->to + shift < segment->from)
+            Relocate::move(to + segment->to, from + segment->from, segment->size);
     }
     for (auto segment = m_segments.rbegin(); segment != m_segments.rend(); ++segment) {
-        if (segment->to > segment->from)
-            Relocate::move(part.begin + segment->to, part.begin + segment->from, segment->size);
+        if (segment->to + shift > segment->from)
+            Relocate::move(to + segment->to, from + segment->from, segment->size);
     }
     for (int a = step.firstArrival; a < step.lastArrival; ++a) {
         T *const item = itemOf(m_arrivals[size_t(a)]);
-        Relocate::move(part.begin + m_places[size_t(a - step.firstArrival)], item, 1);
+        Relocate::move(to + m_places[size_t(a - step.firstArrival)], item, 1);
         Relocate::makeEmpty(item, 1);
     }
+    part.begin = to;
     part.resize(step.total);
 }
 

@@ -154,19 +154,22 @@ SortGuide::Range SortGuide::Walk::range(quint64 digest)
     constexpr int kSteps = 8; // before a search is cheaper
     const auto &digests = m_guide.m_digests;
     const int blocks = int(digests.size());
-    int steps = 0;
-    for (; m_block + 1 < blocks && digests[size_t(m_block) + 1] < digest; ++m_block) {
-        m_post = 0;
-        if (++steps == kSteps) {
+    if (blocks == 0)
+        return {0, 0, 0, 0};
+    const bool isFirst = m_block == -1;
+    const int before = m_block;
+    m_block = qMax(m_block, 0);
+    for (int steps = 0; m_block + 1 < blocks && digests[size_t(m_block) + 1] < digest; ++m_block) {
+        if (isFirst || ++steps == kSteps) {
             m_block += countBelow(&digests[size_t(m_block) + 1], blocks - m_block - 1, digest);
             break;
         }
     }
-    if (blocks == 0)
-        return {0, 0, 0, 0};
+    if (m_block != before)
+        m_post = 0;
     const Block &block = *m_guide.m_blocks[size_t(m_block)];
-    for (steps = 0; m_post < block.posts && block.digests[m_post] < digest; ++m_post) {
-        if (++steps == kSteps) {
+    for (int steps = 0; m_post < block.posts && block.digests[m_post] < digest; ++m_post) {
+        if (isFirst || ++steps == kSteps) {
             m_post += countBelow(block.digests + m_post, block.posts - m_post, digest);
             break;
         }
@@ -261,8 +264,10 @@ bool SortGuide::follow(const int *remove, const int *removeEnd, const Insertion 
     int b = 0;     // from this block on, bases are those from before the change
     int shift = 0; // what they have to be moved by
     const auto moveTo = [&](int block) {
-        for (; b < block; ++b)
-            m_bases[size_t(b)] += shift;
+        const int by = shift;
+        for (int *base = m_bases.data() + b; base < m_bases.data() + block; ++base)
+            *base += by;
+        b = qMax(b, block);
     };
     while (remove != removeEnd || insert != insertEnd) {
         const bool inserts =

@@ -85,8 +85,8 @@ public:
 
     private:
         const SortGuide &m_guide;
-        int m_block = 0; // the last one whose first digest is below the one before
-        int m_post = 0;  // in it, the first one that is not
+        int m_block = -1; // the last one whose first digest is below the one before; -1 at first
+        int m_post = 0;   // in it, the first one that is not
     };
     /// A row that comes before the row at \p position of the sequence as it was.
     struct Insertion {

@@ -7,6 +7,7 @@ set(DATABASE_PRIVATE_HEADERS
     bcdiipairs.h
     bcdiiround.h
     indexes/concurrentsort.h
+    indexes/digestsort.h
     indexes/sortaid.h
     indexes/sortbatch.h
     indexes/sortguide.h

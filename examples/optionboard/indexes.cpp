@@ -10,6 +10,17 @@ ColumnIndex::ColumnIndex(Table *table, std::initializer_list<SortColumn> columns
     for (const SortColumn &sorted : columns)
         m_columns.push_back(
             {table->columnDef(sorted.column), sorted.direction == SortColumn::Ascending ? 1 : -1});
+
+    // What compare() reads: the columns that share the first one's direction, and all others.
+    QList<int> sorted, others;
+    for (const SortColumn &each : columns) {
+        const bool leads = others.isEmpty() && each.direction == columns.begin()->direction;
+        (leads ? sorted : others).append(each.column);
+    }
+    setColumns(sorted, others,
+               columns.begin()->direction == SortColumn::Ascending ? Qt::AscendingOrder
+                                                                   : Qt::DescendingOrder);
+    setIndependent(true);
 }
 
 int ColumnIndex::compare(const Record &a, const Record &b) const

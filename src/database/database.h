@@ -17,6 +17,7 @@
 #include "database/indexes/indexvector.h"
 #include "database/indexes/partitionlist.h"
 #include "database/indexes/partitionlistchanges.h"
+#include "database/indexes/partitionlistexchange.h"
 #include "database/indexes/partitionlistiterator.h"
 #include "database/indexes/rangeset.h"
 #include "database/indexes/watchindex.h"

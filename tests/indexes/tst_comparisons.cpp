@@ -67,4 +67,22 @@ TEST_F(BatchCost, growsWithTheChangesNotWithTheRows)
     expectComparisonsBelow(100, tick);
 }
 
+TEST_F(BatchCost, isNothingWhereNoColumnChangesThatAnIndexReads)
+{
+    QuoteSort told(&table, kPrice, true, true, true);
+    told.build();
+    told.comparisons = 0;
+    RecordsTrans batch(&table);
+    for (int id = 0; id < kChanges; ++id)
+        batch.updateRow(table.at(id)).field(kLots).setValue(5);
+    batch.execute();
+    EXPECT_EQ(told.comparisons, 0);
+    EXPECT_EQ(told.nsecsElapsed(), 0);
+    for (int id = 0; id < kChanges; ++id) // what the filter reads counts as well
+        batch.updateRow(table.at(id)).field(kListed).setValue(0);
+    const int listed = told.count();
+    batch.execute();
+    EXPECT_EQ(told.count(), listed - kChanges / 2);
+}
+
 } // namespace

@@ -61,6 +61,8 @@ TEST_F(SortedIndex, forgetsABatchThatWasAbandoned)
     index.remove(table.at(0), -1);
     index.process(removed, {}, 0, 3, {});
     EXPECT_EQ(idsOf(index), (Ids{1, 3}));
+    index.process({}, {}, 0, 3, {table.row(9, 30)}); // nothing was noted of this one
+    EXPECT_EQ(idsOf(index), (Ids{1, 9, 3}));
 }
 
 void runBatch(QuoteSort &index, const QList<Record> &rows)

@@ -163,6 +163,9 @@ protected:
         EXPECT_EQ(index.find(key.record, from), found ? (*low)->record : Record());
         EXPECT_EQ(index.indexOfAdd(key.record),
                   std::upper_bound(order.begin(), order.end(), &key, cheaper) - order.begin());
+        const QList<Record> keys{key.record, order.empty() ? key.record : order.front()->record};
+        EXPECT_EQ(index.findAll(keys),
+                  (QList<Record>{index.find(keys.first(), -1), index.find(keys.last(), -1)}));
         const Row *row = pool[size_t(random(int(pool.size())))].get();
         const auto place = std::find(order.begin(), order.end(), row);
         const int position = place == order.end() ? -1 : int(place - order.begin());

@@ -1,6 +1,7 @@
 #include "database/indexes/indexsort.h"
 
 #include "database/indexes/concurrentsort.h"
+#include "database/indexes/digestsort.h"
 #include "database/indexes/sortaid.h"
 #include "database/indexes/sortbatch.h"
 
@@ -18,13 +19,13 @@ QString IndexSort::getClassName() const
     return QStringLiteral("IndexSort");
 }
 
-void IndexSort::setColumns(const QList<int> &sorted, const QList<int> &filtered)
+void IndexSort::setColumns(const QList<int> &sorted, const QList<int> &others, Qt::SortOrder order)
 {
     m_aid = std::make_unique<SortAid>(m_list);
-    for (const QList<int> &columns : {sorted, filtered})
+    for (const QList<int> &columns : {sorted, others})
         m_aid->columns.insert(m_aid->columns.end(), columns.begin(), columns.end());
     if (!sorted.isEmpty())
-        m_aid->key.setColumns(*table(), sorted);
+        m_aid->key.setColumns(*table(), sorted, order);
 }
 
 void IndexSort::setKeyBytes(const QList<int> &read, qint64 offset, qint64 length)
@@ -136,7 +137,7 @@ void IndexSort::remove(const Record &record, int index)
     m_notes.clear();
     if (index < 0 || m_list.at(index) != record)
         index = indexOf(record);
-    if (index == -1)
+    if (index == -1 || index >= count())
         return;
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the argument may stand in the
     // list
@@ -169,7 +170,7 @@ void IndexSort::resort()
         m_aid->learn(m_list);
     }
     if (m_aid && m_aid->key.isOn()) {
-        sortByDigests();
+        resortByDigests();
         m_aid->setUp();
     } else {
         PartitionList<Record>::FlatView view(m_list);
@@ -177,7 +178,7 @@ void IndexSort::resort()
     }
 }
 
-void IndexSort::sortByDigests()
+void IndexSort::resortByDigests()
 {
     PartitionList<Record>::FlatView view(m_list);
     using Loose = std::remove_pointer_t<decltype(view.begin())>;
@@ -189,10 +190,8 @@ void IndexSort::sortByDigests()
     keyed.reserve(size_t(view.count()));
     for (const Loose &handle : view)
         keyed.push_back({m_aid->key(static_cast<const Record &>(handle).row()), handle});
-    ConcurrentSort::stableSortHelper(
-        keyed.begin(), keyed.end(), [this](const Keyed &a, const Keyed &b) {
-            return a.digest != b.digest ? a.digest < b.digest : compare(a.handle, b.handle) < 0;
-        });
+    sortByDigests(
+        keyed, [this](const Keyed &a, const Keyed &b) { return compare(a.handle, b.handle) < 0; });
     std::transform(keyed.begin(), keyed.end(), view.begin(),
                    [](const Keyed &each) { return each.handle; });
 }

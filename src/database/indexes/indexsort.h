@@ -3,6 +3,7 @@
 #include "database/indexes/indexlist.h"
 
 #include <QtCore/qmap.h>
+#include <QtCore/qnamespace.h>
 
 #include <memory>
 #include <vector>
@@ -121,9 +122,11 @@ public:
 
 protected:
     /// Tells, from a constructor, that compare() orders by the columns \p sorted before anything
-    /// else, as compareCells() does, ascending, the most significant first, and that apart from
-    /// them compare() and filter() read \p filtered at most, and what never changes in a live row.
-    void setColumns(const QList<int> &sorted, const QList<int> &filtered = {});
+    /// else, as compareCells() does, the most significant first, all ascending or all descending,
+    /// and that apart from them compare() and filter() read \p others at most, and what never
+    /// changes in a live row.
+    void setColumns(const QList<int> &sorted, const QList<int> &others = {},
+                    Qt::SortOrder order = Qt::AscendingOrder);
     /// The same where compare() orders by \p length bytes at \p offset of a row, which the columns
     /// \p read lie in.
     void setKeyBytes(const QList<int> &read, qint64 offset, qint64 length);
@@ -160,7 +163,7 @@ private:
         return bound(key, Side::Behind, from, to);
     }
     void scanForRows(std::vector<Wanted> &wanted, std::vector<Found> &found) const;
-    void sortByDigests();
+    void resortByDigests();
     bool noteOne(const Record &record, const Record &value);
     bool processOne(const Record &record);
     void settle(const Record &record, int index);

@@ -1,5 +1,6 @@
 // How a sorted index finds many records at once.
 
+#include "database/indexes/digestsort.h"
 #include "database/indexes/indexsort.h"
 #include "database/indexes/sortaid.h"
 
@@ -186,12 +187,15 @@ public:
     }
 
 private:
-    /// A row to find, and where the guide says that it stands.
+    /// A row to find: small, as many of them are sorted.
     struct Sought {
         quint64 digest;
         int number;
-        const Record *stretch = nullptr; // null where the guide does not say enough
-        SortGuide::Range range = {};
+    };
+    /// Where the guide says that it stands.
+    struct Place {
+        const Record *stretch; // null where the guide does not say enough
+        SortGuide::Range range;
     };
 
     // In the order of the digests, which is that of the positions: neighbouring records share
@@ -212,35 +216,36 @@ private:
             else
                 findByKey(i);
         }
-        std::sort(sought.begin(), sought.end(),
-                  [](const Sought &a, const Sought &b) { return a.digest < b.digest; });
+        sortByDigests(sought);
         SortGuide::Walk walk(aid.guide);
+        Place places[kAhead]; // of those that are being asked for
         for (size_t i = 0; i < sought.size() + kAhead; ++i) {
-            if (i < sought.size())
-                locate(sought[i], walk);
             if (i >= kAhead)
-                scan(sought[i - kAhead]);
+                scan(sought[i - kAhead].number, places[i % kAhead]);
+            if (i < sought.size())
+                places[i % kAhead] = placeOf(sought[i].digest, walk);
         }
     }
-    void locate(Sought &sought, SortGuide::Walk &walk) const
+    Place placeOf(quint64 digest, SortGuide::Walk &walk) const
     {
-        sought.range = walk.range(sought.digest);
-        const int size = sought.range.last - sought.range.first;
+        const SortGuide::Range range = walk.range(digest);
+        const int size = range.last - range.first;
         if (size > kScanned)
-            return;
-        sought.stretch = m_index.m_list.stretch(sought.range.first, sought.range.last);
-        for (int i = 0; sought.stretch && i < size; i += 8)
-            ::prefetch(sought.stretch + i);
+            return {nullptr, range};
+        const Record *const stretch = m_index.m_list.stretch(range.first, range.last);
+        for (int i = 0; stretch && i < size; i += 8)
+            ::prefetch(stretch + i);
+        return {stretch, range};
     }
-    void scan(const Sought &sought)
+    void scan(int number, const Place &place)
     {
-        const int size = sought.stretch ? sought.range.last - sought.range.first : 0;
-        const Record *const end = sought.stretch + size;
-        const Record *const found = std::find(sought.stretch, end, *m_rows[size_t(sought.number)]);
+        const int size = place.stretch ? place.range.last - place.range.first : 0;
+        const Record *const end = place.stretch + size;
+        const Record *const found = std::find(place.stretch, end, *m_rows[size_t(number)]);
         if (found != end)
-            enter(sought.number, {sought.range.first + int(found - sought.stretch), sought.range});
+            enter(number, {place.range.first + int(found - place.stretch), place.range});
         else
-            findByKey(sought.number);
+            findByKey(number);
     }
     void findByKey(int number)
     {

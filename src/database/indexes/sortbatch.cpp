@@ -1,6 +1,7 @@
 #include "database/indexes/sortbatch.h"
 
 #include "database/indexes/concurrentsort.h"
+#include "database/indexes/digestsort.h"
 #include "database/indexes/sortaid.h"
 
 #include <algorithm>
@@ -11,8 +12,6 @@ namespace
 
 // Records whose rows or neighbours are asked for ahead of their turn.
 constexpr int kAhead = 12;
-// From here on a sort by digests uses several threads.
-constexpr int kConcurrent = 16384;
 
 } // namespace
 
@@ -106,7 +105,8 @@ void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
 bool SortBatch::notesHold() const
 {
     const auto &notes = m_index.m_notes;
-    if (notes.size() != size_t(m_removed.size() + m_updated.size()))
+    if (notes.size() != size_t(m_removed.size() + m_updated.size()) ||
+        notes.size() != m_index.m_noteOrder.size())
         return false;
     for (const int slot : m_index.m_noteOrder) {
         const auto &note = notes[size_t(slot)];
@@ -293,13 +293,33 @@ void SortBatch::gatherPending()
             m_pending.push_back(
                 {m_aid ? m_digests[size_t(i)] : 0, m_updated.at(i).row(), leftOf[size_t(i)], 0});
     }
-    const auto before = [this](const Pending &a, const Pending &b) {
-        return a.digest != b.digest ? a.digest < b.digest : m_index.compare(a, b) < 0;
-    };
-    if (m_aid && m_pending.size() < kConcurrent)
-        std::stable_sort(m_pending.begin(), m_pending.end(), before);
+    if (m_aid)
+        sortPending();
     else
-        ConcurrentSort::stableSortHelper(m_pending.begin(), m_pending.end(), before);
+        ConcurrentSort::stableSortHelper(
+            m_pending.begin(), m_pending.end(),
+            [this](const Pending &a, const Pending &b) { return m_index.compare(a, b) < 0; });
+}
+
+// By way of small items: those of a large batch are moved several times.
+void SortBatch::sortPending()
+{
+    struct Ranked {
+        quint64 digest;
+        int number;
+    };
+    std::vector<Ranked> ranked;
+    ranked.reserve(m_pending.size());
+    for (const Pending &pending : m_pending)
+        ranked.push_back({pending.digest, int(ranked.size())});
+    sortByDigests(ranked, [this](const Ranked &a, const Ranked &b) {
+        return m_index.compare(m_pending[size_t(a.number)], m_pending[size_t(b.number)]) < 0;
+    });
+    std::vector<Pending> sorted;
+    sorted.reserve(m_pending.size());
+    for (const Ranked &each : ranked)
+        sorted.push_back(m_pending[size_t(each.number)]);
+    m_pending.swap(sorted);
 }
 
 /// Finds places among the records that stay, for records in ascending order.
@@ -319,6 +339,10 @@ public:
     void run()
     {
         std::vector<Pending> &pending = m_batch.m_pending;
+        if (m_aid && pending.size() > size_t(m_list.count() / kMergedShare)) {
+            mergeAll(pending);
+            return;
+        }
         for (size_t i = 0; i < pending.size(); i += kTile) {
             const size_t n = qMin(pending.size() - i, size_t(kTile));
             if (m_aid)
@@ -332,6 +356,9 @@ private:
     // Searches that go on side by side, so that the rows of all of them are on their way at once.
     static constexpr int kTile = 32;
     static constexpr int kShort = 64;
+    // Where more than one record comes for so many that are there, all are gone through.
+    static constexpr int kMergedShare = 8;
+
     /// A search among the positions of a range.
     struct Search {
         SortGuide::Range range;
@@ -342,16 +369,56 @@ private:
         bool isBehind;         // whether one was found that it comes behind
     };
 
+    void mergeAll(std::vector<Pending> &pending) const
+    {
+        auto next = pending.begin();
+        auto leaver = m_leaving.begin();
+        auto ahead = m_list.begin();
+        for (int i = 0; i < kAhead && ahead != m_list.end(); ++i)
+            m_aid->key.prefetch((ahead++)->row());
+        int position = 0;
+        for (auto record = m_list.begin(); record != m_list.end(); ++record, ++position) {
+            if (ahead != m_list.end())
+                m_aid->key.prefetch((ahead++)->row());
+            if (leaver != m_leaving.end() && *leaver == position) {
+                ++leaver;
+                continue;
+            }
+            for (; next != pending.end() && compare(*record, *next) > 0; ++next)
+                next->position = position;
+            if (next == pending.end())
+                return;
+        }
+        for (; next != pending.end(); ++next)
+            next->position = m_list.count();
+    }
+
     /// The nearest record at a position or before it, down to \p first, that stays; null if there
     /// is none. Along the list the answers of a search about those change once.
     const Record *stayerUpTo(int position, int first) const
     {
-        auto leaver = std::upper_bound(m_leaving.begin(), m_leaving.end(), position);
-        while (leaver != m_leaving.begin() && *(leaver - 1) == position) {
-            --leaver;
-            --position;
-        }
+        const auto leaver = std::lower_bound(m_leaving.begin(), m_leaving.end(), position);
+        if (leaver != m_leaving.end() && *leaver == position)
+            position -= int(leaver - firstOfRun(leaver)) + 1;
         return position >= first ? &m_list.at(position) : nullptr;
+    }
+    // Those that leave side by side: along a run, positions rise as the places in the list do.
+    using Leaver = std::vector<int>::const_iterator;
+    Leaver firstOfRun(Leaver leaver) const
+    {
+        const int *const base = m_leaving.data();
+        const auto lag = *leaver - (&*leaver - base);
+        return std::partition_point(m_leaving.begin(), leaver, [=](const int &position) {
+            return position - (&position - base) < lag;
+        });
+    }
+    Leaver endOfRun(Leaver leaver) const
+    {
+        const int *const base = m_leaving.data();
+        const auto lag = *leaver - (&*leaver - base);
+        return std::partition_point(leaver, m_leaving.end(), [=](const int &position) {
+            return position - (&position - base) == lag;
+        });
     }
     /// The same at the probe of a search in a short range, in which few leave.
     const Record *stayerAtProbe(const Search &search) const
@@ -371,9 +438,9 @@ private:
     }
     const Record *stayerFrom(int position) const
     {
-        auto leaver = std::lower_bound(m_leaving.begin(), m_leaving.end(), position);
-        for (; leaver != m_leaving.end() && *leaver == position; ++leaver)
-            ++position;
+        const auto leaver = std::lower_bound(m_leaving.begin(), m_leaving.end(), position);
+        if (leaver != m_leaving.end() && *leaver == position)
+            position += int(endOfRun(leaver) - leaver);
         return position < m_list.count() ? &m_list.at(position) : nullptr;
     }
     int compare(const Record &stayer, const Pending &pending) const

@@ -73,6 +73,7 @@ private:
     int compare(const Record &a, const Record &b) const;
     bool inOrder(const Affected &affected) const;
     void gatherPending();
+    void sortPending();
     void findPlaces();
     void apply();
     void moveSignposts();

@@ -7,10 +7,11 @@
 
 #include <limits>
 
-void SortKey::setColumns(const Table &table, const QList<int> &columns)
+void SortKey::setColumns(const Table &table, const QList<int> &columns, Qt::SortOrder order)
 {
     static_assert(QSysInfo::ByteOrder == QSysInfo::LittleEndian, "bytes are taken from the back");
     *this = SortKey();
+    m_flip = order == Qt::DescendingOrder ? ~quint64(0) : 0;
     m_first = table.columnDef(columns.first());
     m_nullable = m_first->nullable;
     m_near = m_far = kRowHeaderSize + m_first->offset;

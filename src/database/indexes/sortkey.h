@@ -5,6 +5,7 @@
 #include "database/tables/prefetch.h"
 
 #include <QtCore/qlist.h>
+#include <QtCore/qnamespace.h>
 
 #include <cmath>
 #include <cstring>
@@ -30,9 +31,10 @@ class Table;
 class SortKey
 {
 public:
-    /// Keys whose first \p columns are compared with compareCells(), ascending, most significant
-    /// first. A first column of another type than numbers, dates and texts leaves the key off.
-    void setColumns(const Table &table, const QList<int> &columns);
+    /// Keys whose first \p columns are compared with compareCells(), most significant first, all in
+    /// the same direction. A first column of another type than numbers, dates and texts leaves the
+    /// key off.
+    void setColumns(const Table &table, const QList<int> &columns, Qt::SortOrder order);
     /// Keys compared as \p length bytes at \p offset of a row; both are multiples of 8.
     void setBytes(qint64 offset, qint64 length);
 
@@ -51,7 +53,7 @@ public:
         return read(row, &digest);
     }
     /// The digest of a row that the key covers.
-    quint64 operator()(const uchar *row) const;
+    quint64 operator()(const uchar *row) const { return ascending(row) ^ m_flip; }
     /// The same for any row. \return whether the key covers it
     bool read(const uchar *row, quint64 *digest) const;
 
@@ -101,6 +103,7 @@ private:
         const quint64 bits = load<quint64>(reinterpret_cast<const uchar *>(&value));
         return bits >> 63 ? ~bits : bits | kSign;
     }
+    quint64 ascending(const uchar *row) const;
     bool isNull(const uchar *row) const
     {
         return m_nullable && !(row[kRowHeaderSize + m_first->nullOffset] & m_first->nullMask);
@@ -115,6 +118,7 @@ private:
     static constexpr quint64 kSign = quint64(1) << 63;
 
     Kind m_kind = Kind::None;
+    quint64 m_flip = 0; // all bits where the order is descending
     bool m_off = false;
     bool m_nullable = false;                 // what the first column may be
     bool m_learned = false;                  // whether a row was learned from
@@ -129,7 +133,7 @@ private:
 
 // ------------------------------------------------------------------------------------------------
 
-inline quint64 SortKey::operator()(const uchar *row) const
+inline quint64 SortKey::ascending(const uchar *row) const
 {
     if (isNull(row))
         return 0; // below every value, or equal to the lowest one
@@ -171,5 +175,6 @@ inline bool SortKey::read(const uchar *row, quint64 *digest) const
         inRange &= value < digit.radix;
         *digest += value * digit.weight;
     }
+    *digest ^= m_flip;
     return inRange;
 }

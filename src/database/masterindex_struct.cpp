@@ -33,7 +33,6 @@ QStringList MasterIndex::columnNames() const
 MasterIndexOrdered::MasterIndexOrdered(Table *table)
     : MasterIndex(table)
 {
-    setColumns({});
 }
 
 int MasterIndexOrdered::compare(const Record &, const Record &) const

@@ -52,6 +52,15 @@ TEST_F(SortedIndex, warnsWhenAnUnseenChangeCostsAFullSearch)
     EXPECT_EQ(index.count(), 101) << "a record that is not there is added";
 }
 
+TEST_F(SortedIndex, sendsWhatAFullSearchFoundBehindItsEquals)
+{
+    for (int i = 0; i < 30; ++i)
+        table.append(i, i < 10 ? 10 : 20);
+    table.setPrice(15, 5); // unseen, and in the way of searches
+    index.update(table.at(12), kPrice, kPrice, -1);
+    EXPECT_EQ(idsOf(index).back(), 12);
+}
+
 // Notes of a batch that never came must not be taken for those of the next one.
 TEST_F(SortedIndex, forgetsABatchThatWasAbandoned)
 {

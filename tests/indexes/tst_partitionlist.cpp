@@ -100,6 +100,26 @@ struct Model {
             tidy();
     }
 
+    void move(int from, int to)
+    {
+        const auto chunkOf = [this](int pos, bool atEndToo) {
+            size_t c = 0;
+            for (; pos > sizeOf(c) || (pos == sizeOf(c) && !atEndToo); ++c)
+                pos -= sizeOf(c);
+            return std::pair(c, pos);
+        };
+        const auto [c, offset] = chunkOf(from, false);
+        const auto [targetChunk, target] = chunkOf(to, true);
+        const int value = chunks[c][size_t(offset)];
+        if (c != targetChunk) {
+            remove(from);
+            insert(to > from ? to - 1 : to, {value});
+            return;
+        }
+        chunks[c].insert(chunks[c].begin() + target, value);
+        chunks[c].erase(chunks[c].begin() + offset + (target <= offset ? 1 : 0));
+    }
+
     void remove(int pos)
     {
         size_t c = 0;
@@ -155,6 +175,12 @@ protected:
     void edit()
     {
         const int pos = below(list.count() + 1);
+        if (list.count() > 0 && below(6) == 0) {
+            const int from = below(list.count());
+            model.move(from, pos);
+            list.move(from, pos);
+            return;
+        }
         const int kind = below(list.count() > 60 ? 11 : 7); // shrinks more often when large
         if (kind < 3)
             return insert(pos, below(3) > 0 ? 1 : 1 + below(longest));

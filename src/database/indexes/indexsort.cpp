@@ -139,8 +139,8 @@ void IndexSort::remove(const Record &record, int index)
         index = indexOf(record);
     if (index == -1 || index >= count())
         return;
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the argument may stand in the
-    // list
+    // The argument may stand in the list.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
     m_list.remove(index);
     follow(index, -1, kept);
@@ -215,13 +215,15 @@ void IndexSort::update(const Record &record, int, int, int index)
             return;
         }
         qWarning("update Full search can impact the performance");
+        settle(record, index, true);
+        return;
     }
-    settle(record, index);
+    settle(record, index, false);
 }
 
-// Puts a record that stands at a position and holds its new values where it belongs, unless it is
-// in order there.
-void IndexSort::settle(const Record &record, int index)
+// Puts a record that stands at a position and holds its new values where it belongs: if it is in
+// order it stays, unless it is to go behind its equals in any case.
+void IndexSort::settle(const Record &record, int index, bool behindEquals)
 {
     // The argument may stand in the list.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
@@ -230,7 +232,7 @@ void IndexSort::settle(const Record &record, int index)
     // The place first, so that a comparison that throws leaves the record where it is.
     if (index > 0 && compare(m_list.at(index - 1), kept) > 0)
         place = upperBound(kept, 0, index);
-    else if (index + 1 < count() && compare(kept, m_list.at(index + 1)) > 0)
+    else if (index + 1 < count() && (behindEquals || compare(kept, m_list.at(index + 1)) > 0))
         place = upperBound(kept, index + 1, count());
     if (place != index + 1)
         m_list.move(index, place);
@@ -271,7 +273,7 @@ bool IndexSort::processOne(const Record &record)
         return false;
     m_notes.clear();
     if (filter(record))
-        settle(record, position);
+        settle(record, position, false);
     else
         remove(record, position);
     return true;

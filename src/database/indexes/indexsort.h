@@ -166,7 +166,7 @@ private:
     void resortByDigests();
     bool noteOne(const Record &record, const Record &value);
     bool processOne(const Record &record);
-    void settle(const Record &record, int index);
+    void settle(const Record &record, int index, bool behindEquals);
     void follow(int removed, int inserted, const Record &record);
 
     std::vector<int> m_noteOrder; // the numbers of the notes, as Finds::order

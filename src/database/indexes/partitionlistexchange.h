@@ -67,7 +67,10 @@ std::vector<T> PartitionList<T>::exchange(const std::vector<int> &leaving,
 {
     Exchange exchange(*this, leaving, arrivals);
     exchange.plan();
-    return exchange.run();
+    std::vector<T> left = exchange.run();
+    if (!leaving.empty())
+        joinSmall(); // takes memory where joinSize is larger than a chunk
+    return left;
 }
 
 template<class T>
@@ -167,8 +170,6 @@ std::vector<T> PartitionList<T>::Exchange::run() noexcept
         m_list.m_parts.swap(m_parts);
     }
     m_list.dropEmpty();
-    if (!m_leaving.empty())
-        m_list.joinSmall();
     return std::move(m_left);
 }
 

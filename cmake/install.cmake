@@ -8,10 +8,12 @@ set(DATABASE_PRIVATE_HEADERS
     bcdiiround.h
     indexes/concurrentsort.h
     indexes/digestsort.h
+    indexes/scratchmemory.h
     indexes/sortaid.h
     indexes/sortbatch.h
     indexes/sortguide.h
     indexes/sortkey.h
+    indexes/sortsweep.h
     indexes/tablelocker.h
     joins/joincells.h
     joins/joinchunks.h

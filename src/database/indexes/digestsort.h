@@ -4,27 +4,37 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <utility>
 #include <vector>
 
 /// Sorts items that have a 64-bit \c digest by it, stably. Many are sorted by their bytes, least
-/// significant first, leaving out those that all digests share; O(n) then, with a buffer of the
-/// same size.
-template<class T>
-void sortByDigests(std::vector<T> &items)
+/// significant first, leaving out those that all digests share; O(n) then, through \p buffer, which
+/// is left with as many items that mean nothing. Items that are in order already, or in strictly
+/// descending order, cost one look at each.
+template<class Vector>
+void sortByDigests(Vector &items, Vector &buffer)
 {
     constexpr size_t kFew = 2048; // below it, counting costs more than comparing
     constexpr int kBits = 8;
     constexpr size_t kValues = size_t(1) << kBits;
+    using T = typename Vector::value_type;
+    const auto rises = [](const T &a, const T &b) { return a.digest < b.digest; };
+    const auto falls = [](const T &a, const T &b) { return a.digest > b.digest; };
     if (items.size() < kFew) {
-        std::stable_sort(items.begin(), items.end(),
-                         [](const T &a, const T &b) { return a.digest < b.digest; });
+        std::stable_sort(items.begin(), items.end(), rises);
+        return;
+    }
+    if (std::is_sorted(items.begin(), items.end(), rises))
+        return;
+    if (std::adjacent_find(items.begin(), items.end(), std::not_fn(falls)) == items.end()) {
+        std::reverse(items.begin(), items.end());
         return;
     }
     quint64 differing = 0;
     for (const T &item : items)
         differing |= item.digest ^ items.front().digest;
-    std::vector<T> sorted(items.size());
+    buffer.resize(items.size());
     for (int shift = 0; shift < 64; shift += kBits) {
         if ((differing >> shift & (kValues - 1)) == 0)
             continue;
@@ -35,20 +45,36 @@ void sortByDigests(std::vector<T> &items)
         for (size_t &each : places)
             place += std::exchange(each, place);
         for (const T &item : items)
-            sorted[places[item.digest >> shift & (kValues - 1)]++] = item;
-        items.swap(sorted);
+            buffer[places[item.digest >> shift & (kValues - 1)]++] = item;
+        items.swap(buffer);
     }
 }
 
-/// The same, and orders items of one digest by \p less, stably.
-template<class T, class Less>
-void sortByDigests(std::vector<T> &items, Less less)
+template<class Vector>
+void sortByDigests(Vector &items)
 {
-    sortByDigests(items);
+    Vector buffer;
+    sortByDigests(items, buffer);
+}
+
+/// The same, and orders items of one digest by \p less, stably. \p askFor(item) is called some
+/// items ahead of the comparisons.
+template<class Vector, class Less, class AskFor>
+void sortByDigests(Vector &items, Vector &buffer, Less less, AskFor askFor)
+{
+    constexpr std::ptrdiff_t kAhead = 16;
+    sortByDigests(items, buffer);
+    auto asked = items.begin();
     for (auto first = items.begin(); first != items.end();) {
-        const auto last = std::find_if(first, items.end(),
-                                       [&](const T &item) { return item.digest != first->digest; });
-        if (last - first > 1)
+        const auto digest = first->digest;
+        auto last = first + 1;
+        bool sorted = true; // mostly what shares a digest is equal, and in order already
+        for (; last != items.end() && last->digest == digest; ++last) {
+            for (; asked != items.end() && asked - last < kAhead; ++asked)
+                askFor(*asked);
+            sorted = sorted && !less(*last, last[-1]);
+        }
+        if (!sorted)
             std::stable_sort(first, last, less);
         first = last;
     }

@@ -2,8 +2,10 @@
 
 #include "database/indexes/concurrentsort.h"
 #include "database/indexes/digestsort.h"
+#include "database/indexes/scratchmemory.h"
 #include "database/indexes/sortaid.h"
 #include "database/indexes/sortbatch.h"
+#include "database/indexes/sortsweep.h"
 
 #include <algorithm>
 
@@ -186,12 +188,17 @@ void IndexSort::resortByDigests()
         quint64 digest;
         Loose handle;
     };
-    std::vector<Keyed> keyed;
+    ScratchVector<Keyed> keyed;
+    ScratchVector<Keyed> buffer;
     keyed.reserve(size_t(view.count()));
     for (const Loose &handle : view)
         keyed.push_back({m_aid->key(static_cast<const Record &>(handle).row()), handle});
     sortByDigests(
-        keyed, [this](const Keyed &a, const Keyed &b) { return compare(a.handle, b.handle) < 0; });
+        keyed, buffer,
+        [this](const Keyed &a, const Keyed &b) { return compare(a.handle, b.handle) < 0; },
+        [this](const Keyed &each) {
+            m_aid->key.prefetch(static_cast<const Record &>(each.handle).row());
+        });
     std::transform(keyed.begin(), keyed.end(), view.begin(),
                    [](const Keyed &each) { return each.handle; });
 }
@@ -289,6 +296,9 @@ void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &up
     const bool onlyUpdates = removed.isEmpty() && inserted.isEmpty();
     if (onlyUpdates && (!moves || updated.isEmpty()))
         return;
+    const int changes = removed.size() + (moves ? updated.size() : 0) + inserted.size();
+    if (SortSweep::suits(count(), changes))
+        return;
     // Part of the work of the batch, so it counts as such.
     const ProcessTiming timing(*this);
     const bool isTick = onlyUpdates && updated.size() == 1 && updatedValues.size() == 1;
@@ -309,5 +319,9 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     const ProcessTiming timing(*this);
     if (onlyUpdates && updated.size() == 1 && processOne(updated.first()))
         return;
-    SortBatch(*this, removed, moves ? updated : none, inserted).run();
+    const QList<Record> &moved = moves ? updated : none;
+    if (SortSweep::suits(count(), removed.size() + moved.size() + inserted.size()))
+        SortSweep(*this, removed, moved, inserted).run();
+    else
+        SortBatch(*this, removed, moved, inserted).run();
 }

@@ -136,6 +136,7 @@ protected:
 
 private:
     friend class SortBatch;
+    friend class SortSweep;
 
     struct Found;
     struct Finds;

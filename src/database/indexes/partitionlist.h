@@ -131,6 +131,11 @@ public:
     /// that become small are joined, also when there was nothing to remove.
     void removeRanges(const RangeSet<int> &ranges);
 
+    /// Puts the same handles into another order: \p handleAt(i) is what stands at position i
+    /// afterwards, read from elsewhere than the list, and each handle of the list once.
+    template<class HandleAt>
+    void reorder(HandleAt handleAt) noexcept;
+
     /// Drops every handle and chunk.
     void clear();
 
@@ -347,6 +352,17 @@ PartitionList<T>::FlatView::~FlatView()
     for (int c = 0; c < m_list.partCount(); from += m_list.part(c++).size)
         std::memcpy(static_cast<void *>(m_list.part(c).begin), from,
                     size_t(m_list.part(c).size) * sizeof(T));
+}
+
+template<class T>
+template<class HandleAt>
+void PartitionList<T>::reorder(HandleAt handleAt) noexcept
+{
+    int i = 0;
+    for (int c = 0; c < partCount(); ++c) {
+        for (T *item = part(c).begin; item != part(c).end; ++item, ++i)
+            std::memcpy(static_cast<void *>(item), &handleAt(i), sizeof(T));
+    }
 }
 
 #include "database/indexes/partitionlistchanges.h"

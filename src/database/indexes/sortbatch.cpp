@@ -311,9 +311,13 @@ void SortBatch::sortPending()
     ranked.reserve(m_pending.size());
     for (const Pending &pending : m_pending)
         ranked.push_back({pending.digest, int(ranked.size())});
-    sortByDigests(ranked, [this](const Ranked &a, const Ranked &b) {
-        return m_index.compare(m_pending[size_t(a.number)], m_pending[size_t(b.number)]) < 0;
-    });
+    std::vector<Ranked> buffer;
+    sortByDigests(
+        ranked, buffer,
+        [this](const Ranked &a, const Ranked &b) {
+            return m_index.compare(m_pending[size_t(a.number)], m_pending[size_t(b.number)]) < 0;
+        },
+        [this](const Ranked &each) { m_aid->key.prefetch(m_pending[size_t(each.number)].row); });
     std::vector<Pending> sorted;
     sorted.reserve(m_pending.size());
     for (const Ranked &each : ranked)

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+/// Memory for arrays that live for one call.
+///
+/// The system clears fresh memory when it is touched first, page by page, which for arrays of many
+/// megabytes takes longer than what is done with them. So large ones lie in pages of their own, as
+/// large as the machine has them, and go back to the system at once.
+namespace ScratchMemory
+{
+
+/// Throws std::bad_alloc.
+void *allocate(size_t bytes);
+/// \p bytes as in the call that allocated.
+void release(void *memory, size_t bytes) noexcept;
+
+template<class T>
+struct Allocator {
+    using value_type = T;
+
+    Allocator() = default;
+    template<class Other>
+    Allocator(const Allocator<Other> &)
+    {
+    }
+    T *allocate(size_t n) { return static_cast<T *>(ScratchMemory::allocate(n * sizeof(T))); }
+    void deallocate(T *memory, size_t n) noexcept { release(memory, n * sizeof(T)); }
+    friend bool operator==(const Allocator &, const Allocator &) { return true; }
+    friend bool operator!=(const Allocator &, const Allocator &) { return false; }
+};
+
+} // namespace ScratchMemory
+
+template<class T>
+using ScratchVector = std::vector<T, ScratchMemory::Allocator<T>>;

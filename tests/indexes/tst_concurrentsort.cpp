@@ -1,5 +1,7 @@
 #include "indexes/indexfixture.h"
 
+#include <database/indexes/digestsort.h>
+
 #include <QtCore/qthreadpool.h>
 
 #include <algorithm>
@@ -9,6 +11,7 @@
 #include <numeric>
 #include <set>
 #include <thread>
+#include <tuple>
 
 namespace
 {
@@ -119,6 +122,56 @@ TEST_F(ParallelSort, staysAsItWasWhenAThreadThrows)
         index.questionsLeft = questions;
         EXPECT_THROW(index.resort(), std::runtime_error);
         EXPECT_EQ(idsOf(index), before);
+    }
+}
+
+TEST(DigestSort, agreesWithAStableSort)
+{
+    struct Item {
+        quint64 digest;
+        int number;
+        int rank; // among items of one digest
+    };
+    const auto digestsOf = [](const char *order, int i, int n) -> quint64 {
+        const quint64 mixed = quint64(i + 1) * Q_UINT64_C(0x9E3779B97F4A7C15);
+        const std::string name = order;
+        if (name == "rising")
+            return quint64(i);
+        if (name == "falling")
+            return quint64(n - i) << 40;
+        if (name == "falling, but for two")
+            return quint64(i == n / 2 ? n - i + 1 : n - i);
+        if (name == "few")
+            return mixed >> 61;
+        return name == "one" ? 7 : mixed;
+    };
+    for (const char *order :
+         {"rising", "falling", "falling, but for two", "few", "one", "random"}) {
+        for (const int n : {0, 1, 2, 100, 5000}) {
+            for (const int ranks : {1, 10}) {
+                SCOPED_TRACE(testing::Message() << order << ", " << n << ", ranks " << ranks);
+                std::vector<Item> items, buffer;
+                for (int i = 0; i < n; ++i)
+                    items.push_back({digestsOf(order, i, n), i, i * 7 % ranks});
+                std::vector<Item> expected = items;
+                std::stable_sort(expected.begin(), expected.end(),
+                                 [](const Item &a, const Item &b) {
+                                     return std::tie(a.digest, a.rank) < std::tie(b.digest, b.rank);
+                                 });
+                std::vector<int> asked(size_t(n), 0);
+                bool inTime = true;
+                const auto less = [&](const Item &a, const Item &b) {
+                    inTime &= asked[size_t(a.number)] == 1 && asked[size_t(b.number)] == 1;
+                    return a.rank < b.rank;
+                };
+                sortByDigests(items, buffer, less,
+                              [&](const Item &item) { ++asked[size_t(item.number)]; });
+                EXPECT_TRUE(inTime);
+                ASSERT_TRUE(
+                    std::equal(items.begin(), items.end(), expected.begin(), expected.end(),
+                               [](const Item &a, const Item &b) { return a.number == b.number; }));
+            }
+        }
     }
 }
 

@@ -1,5 +1,7 @@
 #include "indexes/indexfixture.h"
 
+#include <database/tables/cellcompare.h>
+
 #include <algorithm>
 
 namespace
@@ -74,10 +76,12 @@ TEST_F(SortedIndex, forgetsABatchThatWasAbandoned)
     EXPECT_EQ(idsOf(index), (Ids{1, 9, 3}));
 }
 
+// Every second record is enough of them for a walk through the whole index.
+template<int Step>
 void runBatch(QuoteSort &index, const QList<Record> &rows)
 {
     QList<Record> removed, updated, values, inserted;
-    for (int i = 0; i < 30; i += 3) {
+    for (int i = 0; i < 30; i += Step) {
         removed.append(rows.at(i));
         updated.append(rows.at(i + 1));
         values.append(rows.at(i + 1).clone());
@@ -97,11 +101,87 @@ void changeAndResort(QuoteSort &index, const QList<Record> &rows)
     index.resort();
 }
 
+// Each batch is put through an index that searches for few records among many, and through one that
+// walks past all of its few.
+TEST(Batches, takeARecordThatTheyNameSeveralTimesOnce)
+{
+    for (const int rows : {80, 400}) {
+        SCOPED_TRACE(rows);
+        QuoteTable table;
+        QuoteSort index(&table);
+        table.appendAll(std::vector<int>(size_t(rows), 10));
+        const Record moving = table.at(4);
+        QList<Record> updated, values;
+        for (int i = 0; i < 70; i += 2)
+            updated.append(table.at(i));
+        updated.append({moving, moving});
+        for (const Record &record : updated)
+            values.append(table.row(-1, record == moving ? 5 : 10));
+        const QList<Record> removed{table.at(6), table.at(7)}; // one of them updated as well
+        index.preprocess(removed, updated, kPrice, kPrice, {}, values);
+        for (int i = 0; i < updated.size(); ++i)
+            updated[i].copy(values.at(i), kPrice, kPrice);
+        index.process(removed, updated, kPrice, kPrice, {});
+
+        Ids expected{4};
+        for (int i = 0; i < rows; ++i) {
+            if (i != 4 && i != 6 && i != 7)
+                expected.push_back(i);
+        }
+        EXPECT_EQ(idsOf(index), expected);
+        EXPECT_EQ(refCountOf(moving), 3 + updated.count(moving)) << "here, index, table, batch";
+    }
+}
+
+// Prices of one scale are compared by their mantissas until another scale comes.
+TEST(Batches, endWhatOnlyEqualScalesAllow)
+{
+    Table table(QStringLiteral("prices"), QString());
+    table.addColumn(QStringLiteral("Id"), FieldType::Integer, 0, false);
+    table.addColumn(QStringLiteral("Price"), FieldType::Decimal, 2, false);
+    table.setMasterIndex(new MasterIndex_Column_Pure(&table, QStringLiteral("Id")));
+    struct ByPrice : IndexSort {
+        explicit ByPrice(Table *table)
+            : IndexSort(table, true)
+        {
+            setColumns({1});
+        }
+        int compare(const Record &a, const Record &b) const override
+        {
+            return compareCells(*table()->columnDef(1), a, b);
+        }
+    } index(&table);
+    constexpr int kRows = 3000;
+    for (int i = 0; i < kRows; ++i) {
+        Record row(&table);
+        row.data(0).setValue(i);
+        row.data(1).setValue(decimal::fromParts(i, 2));
+        table.appendRow(row.row());
+    }
+    RecordsTrans batch(&table);
+    for (int i = 0; i < kRows; i += 2) // 10.000 - i / 1000
+        batch.updateRow(table.at(i)).field(1).setValue(decimal::fromParts(10000 - i, 3));
+    {
+        const TableUpdate bracket(table);
+        batch.execute();
+    }
+    ASSERT_EQ(index.count(), kRows);
+    for (int i = 1; i < kRows; ++i)
+        ASSERT_LE(index.compare(index.at(i - 1), index.at(i)), 0) << i;
+    const int place = index.indexOf(table.at(0)); // 10.000
+    EXPECT_EQ(index.at(place - 1), table.at(2)) << "9.998";
+    EXPECT_EQ(index.at(place + 1), table.at(1001)) << "10.01";
+}
+
 // Runs each step on fresh tables again and again, each time letting one more question pass before
 // the index throws, until the step goes through.
 TEST(ThrowingIndex, losesNothing)
 {
-    for (const auto step : {runBatch, changeAndResort}) {
+    const auto isRemoved = [](auto step, int i) {
+        const int every = step == runBatch<3> ? 3 : 2;
+        return step != changeAndResort && i < 30 && i % every == 0;
+    };
+    for (const auto step : {runBatch<3>, runBatch<2>, changeAndResort}) {
         int threw = 0;
         for (bool through = false; !through; ++threw) {
             SCOPED_TRACE(testing::Message() << "throws after question " << threw);
@@ -122,7 +202,7 @@ TEST(ThrowingIndex, losesNothing)
             for (int i = 0; i < rows.size(); ++i) {
                 const auto held = std::count(index.begin(), index.end(), rows.at(i));
                 ASSERT_EQ(refCountOf(rows.at(i)), 1 + held) << i;
-                const bool mayBeGone = i >= 40 || (step == runBatch && i < 30 && i % 3 == 0);
+                const bool mayBeGone = i >= 40 || isRemoved(step, i);
                 ASSERT_TRUE(held == 1 || (mayBeGone && held == 0)) << i;
             }
         }

@@ -70,7 +70,8 @@ void sortByDigests(Vector &items, Vector &buffer, Less less, AskFor askFor)
         auto last = first + 1;
         bool sorted = true; // mostly what shares a digest is equal, and in order already
         for (; last != items.end() && last->digest == digest; ++last) {
-            for (; asked != items.end() && asked - last < kAhead; ++asked)
+            for (asked = std::max(asked, first); asked != items.end() && asked - last < kAhead;
+                 ++asked)
                 askFor(*asked);
             sorted = sorted && !less(*last, last[-1]);
         }

@@ -125,8 +125,7 @@ void SortSweep::match()
     for (int i = 0; i < m_inserted.size(); ++i)
         m_coming.push_back({0, {{i, -1}}});
     m_slots.resize(size_t(count()));
-    m_inOrder = matchInOrder();
-    if (!m_inOrder)
+    if (!matchInOrder())
         matchByRow();
 }
 

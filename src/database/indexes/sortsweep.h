@@ -115,7 +115,6 @@ private:
     const SortKey *m_key = nullptr;   // of the index, if it covers all records
     Cursor m_cursor;                  // along the list
     bool m_covered = true;            // no record read so far has changed the digests of others
-    bool m_inOrder = false;           // the batch's records stand in its order
     bool m_onlyMoves = false;         // the records of the list stay the same
     ScratchVector<int> m_slots;       // by position: which removed, then updated record; or -1
     ScratchVector<Fate> m_fates;      // by position

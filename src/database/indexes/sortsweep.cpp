@@ -376,13 +376,18 @@ void SortSweep::exchange()
     std::vector<PartitionList<Record>::Arrival> arrivals;
     arrivals.reserve(m_coming.size());
     startNewList();
-    const auto askForRow = [this](const Item *ahead) {
-        if (ahead < m_coming.data() + m_coming.size() && ahead->source.position == -1)
-            prefetch(atNumber(ahead->source.number).row());
+    // Handles from outside are counted in their rows. They are asked for where the batch names
+    // them, then the rows.
+    const auto askFor = [this](const Item *item) {
+        const Item *const end = m_coming.data() + m_coming.size();
+        if (item + 2 * kAhead < end && item[2 * kAhead].source.position == -1)
+            prefetch(&atNumber(item[2 * kAhead].source.number));
+        if (item + kAhead < end && item[kAhead].source.position == -1)
+            prefetch(atNumber(item[kAhead].source.number).row());
     };
     merge([this](int position) { append(m_digests[size_t(position)], nullptr); },
           [&](const Item &item, int position) {
-              askForRow(&item + kAhead); // handles from outside are counted in their rows
+              askFor(&item);
               const auto [number, from] = item.source;
               const int left = from == -1 ? -1 : ranks[size_t(from)];
               arrivals.push_back({position, left, left == -1 ? atNumber(number) : Record()});

@@ -79,14 +79,23 @@ struct Ranked {
 void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 end)
 {
     for (; last - first > 1 && offset < end; offset += qint64(sizeof(quint64))) {
+        constexpr std::ptrdiff_t kAhead = 16;
         bool differ = false;
+        bool falls = false;
+        quint64 before = 0;
         for (Ranked *ranked = first; ranked != last; ++ranked) {
+            if (last - ranked > kAhead)
+                prefetch(ranked[kAhead].entry->record.row() + offset);
             ranked->word = qFromBigEndian<quint64>(ranked->entry->record.row() + offset);
             differ |= ranked->word != first->word;
+            falls |= ranked->word < before;
+            before = ranked->word;
         }
         if (!differ)
             continue;
-        std::sort(first, last, [](const Ranked &a, const Ranked &b) { return a.word < b.word; });
+        if (falls) // many a batch is filled in the order of its keys
+            std::sort(first, last,
+                      [](const Ranked &a, const Ranked &b) { return a.word < b.word; });
         while (first != last) {
             const quint64 word = first->word;
             Ranked *const next = std::find_if(
@@ -188,10 +197,8 @@ std::vector<ArrivalList::Entry *> ArrivalList::sorted()
 {
     std::vector<Entry *> result;
     result.reserve(size_t(m_entries.size()));
-    for (Entry &entry : m_entries) {
-        prefetch(entry.record.row() + m_keyOffset);
+    for (Entry &entry : m_entries)
         result.push_back(&entry);
-    }
     if (result.size() < 2)
         return result;
     if (!m_columns.empty()) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "database/tables/columndef.h"
+#include "database/tables/prefetch.h"
 #include "database/tables/rowlayout.h"
 
 #include <QtCore/qlist.h>
@@ -17,8 +18,12 @@ public:
     ColumnSpan(const QList<TableColumnDef *> &columns, qint64 dataLength, int first, int last);
 
     void copy(uchar *dst, const uchar *src) const;
-    /// From the start of a row block, in bytes.
-    qint64 offset() const { return m_offset; }
+    /// Asks for what copy() is about to read or write in a row.
+    void prefetch(const uchar *row) const
+    {
+        ::prefetch(row + m_offset);
+        ::prefetch(row + m_bitmap);
+    }
 
 private:
     static void mergeByte(uchar &dst, uchar src, unsigned mask)

@@ -7,7 +7,6 @@
 #include "database/services/threadannotations.h"
 #include "database/tables/columnspan.h"
 #include "database/tables/firsterror.h"
-#include "database/tables/prefetch.h"
 #include "database/tables/table.h"
 #include "database/tables/tableprivate.h"
 
@@ -24,8 +23,8 @@ void copyRows(const QList<Record> &to, const QList<Record> &from, const ColumnSp
     const int pairs = qMin(to.size(), from.size());
     for (int i = 0; i < pairs; ++i) {
         if (i + kRowsAhead < pairs) {
-            prefetch(to.at(i + kRowsAhead).row() + span.offset());
-            prefetch(from.at(i + kRowsAhead).row() + span.offset());
+            span.prefetch(to.at(i + kRowsAhead).row());
+            span.prefetch(from.at(i + kRowsAhead).row());
         }
         if (to.at(i) && from.at(i) && to.at(i) != from.at(i))
             span.copy(to.at(i).row(), from.at(i).row());

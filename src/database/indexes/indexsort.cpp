@@ -262,12 +262,15 @@ bool IndexSort::noteOne(const Record &record, const Record &value)
     // What processOne() will look at is on its way while the record is searched for.
     tick.to = m_aid->guide.group(tick.digest);
     const SortGuide::Search search(tick.to, tick.digest);
-    m_aid->prefetchHandles(tick.to, search);
+    const Record *const stretch = m_list.stretch(tick.to.first, tick.to.last);
+    if (stretch)
+        prefetch(stretch + (search.probe() - tick.to.first));
     tick.from = m_aid->guide.group(digest);
     const int position = findAmong({digest, tick.from, 0, count()}, record);
     if (position == -1)
         return false;
-    m_aid->prefetchNear(search, [this](int i) -> const Record & { return m_list.at(i); });
+    if (stretch)
+        m_aid->prefetchNear(search, stretch, tick.to.first);
     if (!tick.rises(position) && !tick.falls(position)) {
         for (const int neighbour : {position - 1, position + 1}) {
             if (neighbour >= 0 && neighbour < count())

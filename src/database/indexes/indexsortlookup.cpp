@@ -78,8 +78,8 @@ int IndexSort::boundAmong(const Among &among, const Record &key, Side side, Matc
     const bool isWhole = comparesDigests();
     bool met = false;
     while (search.isOpen()) {
-        if (search.isGuess())
-            m_aid->prefetchNear(search, at);
+        if (stretch && search.isGuess())
+            m_aid->prefetchNear(search, stretch, range.first);
         const Record &element = at(search.probe());
         const quint64 digest = keys(element.row());
         bool precedes = digest < among.digest;
@@ -171,8 +171,15 @@ int IndexSort::findByKey(const Record &record) const
 
 int IndexSort::findAmong(const Among &among, const Record &record) const
 {
-    if (among.range.last - among.range.first <= kScanned)
-        return scanForRow(record, among.range.first, among.range.last);
+    const SortGuide::Range &range = among.range;
+    if (range.last - range.first <= kScanned) {
+        const Record *const stretch = m_list.stretch(range.first, range.last);
+        if (!stretch)
+            return scanForRow(record, range.first, range.last);
+        const Record *const end = stretch + (range.last - range.first);
+        const Record *const found = std::find(stretch, end, record);
+        return found != end ? range.first + int(found - stretch) : -1;
+    }
     return findBehind(boundAmong(among, record, Side::Before, nullptr), record);
 }
 

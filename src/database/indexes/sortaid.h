@@ -88,18 +88,12 @@ public:
     };
     Tick tick; ///< of use while the index holds the note of its row
 
-    /// Asks for the handles at the first guess of a search in a range.
-    void prefetchHandles(const SortGuide::Range &range, const SortGuide::Search &search) const
-    {
-        if (const Record *const stretch = m_list.stretch(range.first, range.last))
-            ::prefetch(stretch + (search.probe() - range.first));
-    }
-    /// Asks for the rows that a search most likely looks at next.
-    template<class At>
-    void prefetchNear(const SortGuide::Search &search, const At &at) const
+    /// Asks for the rows that a search most likely looks at next, given the handles from the start
+    /// of its range on.
+    void prefetchNear(const SortGuide::Search &search, const Record *stretch, int first) const
     {
         for (int i = search.nearFirst(); i < search.nearEnd(); ++i)
-            key.prefetch(at(i).row());
+            key.prefetch(stretch[i - first].row());
     }
 
     /// Takes new rows among those that have digests. \return whether the digests of all changed

@@ -1,6 +1,9 @@
 #include "indexes/indexfixture.h"
 
 #include <database/masterindex_fast.h>
+#include <database/tables/cellcompare.h>
+
+#include <algorithm>
 
 namespace
 {
@@ -124,6 +127,59 @@ TEST_F(PrimaryKey, comparesBytesWhenItIsFast)
 
     EXPECT_EQ(key->keyRecord(table.at(1)),
               QByteArray("\x01\0\0\0\0\0\0\0A\0B\0\0\0\0\0\0\0\0\0\0\0\0\0", 24));
+}
+
+/// Rows of one key by their strikes.
+class KeyAndStrike : public MasterIndex_Fast_Pure
+{
+public:
+    using MasterIndex_Fast_Pure::MasterIndex_Fast_Pure;
+
+    int compare(const Record &a, const Record &b) const override
+    {
+        const int order = MasterIndex_Fast_Pure::compare(a, b);
+        return order ? order : compareCells(*table()->columnDef(10), a, b);
+    }
+};
+
+// Many rows of each key, so that searches meet equal bytes.
+TEST_F(PrimaryKey, isSearchedForByBytesUnlessADerivedClassComparesMore)
+{
+    const QStringList columns{"Series", "Ticker"};
+    const auto keyed = [this](int series, double strike) {
+        const Record record = row("Series", QString::number(series));
+        record.data(QStringLiteral("Strike")).setValue(strike);
+        return record;
+    };
+    for (const bool derived : {false, true}) {
+        SCOPED_TRACE(derived);
+        MasterIndex_Fast_Pure *key = nullptr;
+        if (derived)
+            key = new KeyAndStrike(&table, columns);
+        else
+            key = new MasterIndex_Fast_Pure(&table, columns);
+        table.clear();
+        table.setMasterIndex(key);
+        for (int i = 0; i < 3000; ++i)
+            table.appendRow(keyed(2 * (i % 100), (i * 7 / 100) % 30 * 2).row());
+        ASSERT_TRUE(std::is_sorted(key->begin(), key->end(), IndexSort::LessThan(key)));
+        for (int series = -1; series < 202; ++series) {
+            for (const double strike : {8., 9.}) {
+                const Record sought = keyed(series, strike);
+                const auto range =
+                    std::equal_range(key->begin(), key->end(), sought, IndexSort::LessThan(key));
+                const int first = int(std::distance(key->begin(), range.first));
+                const int last = int(std::distance(key->begin(), range.second)) - 1;
+                const bool found = first <= last;
+                ASSERT_EQ(key->search(sought, -1), found ? first : -1) << series;
+                ASSERT_EQ(key->searchLast(sought, -1), found ? last : -1) << series;
+                ASSERT_EQ(key->search(sought, first), first < last ? first + 1 : -1) << series;
+                const Record expected = found ? key->at(first) : Record();
+                ASSERT_EQ(key->find(sought, -1), expected) << series;
+                ASSERT_EQ(key->findAll({sought}).first(), expected) << series;
+            }
+        }
+    }
 }
 
 TEST_F(PrimaryKey, keepsTheOrderOfArrivalWithoutKey)

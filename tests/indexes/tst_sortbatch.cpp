@@ -228,6 +228,9 @@ INSTANTIATE_TEST_SUITE_P(
             Scenario{"large_batches", 3000, 40, 2000, 50, Random, true, true},
             Scenario{"in_order", 5000, 20, 5000, 1000000, Ascending, false, false, true},
             Scenario{"several_chunks", 25000, 12, 2000, 300},
+            Scenario{"ticks", 2000, 1500, 1, 3000},
+            Scenario{"ticks_among_equals", 500, 1500, 1, 4, Random, true},
+            Scenario{"ticks_across_chunks", 25000, 100, 1, 30000},
             Scenario{"a_large_table", 100000, 4, 2000, 1000000, Ascending, false, true}),
         ::testing::Bool()),
     [](const auto &info) {

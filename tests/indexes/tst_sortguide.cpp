@@ -66,6 +66,30 @@ protected:
         guide.update(&position, 1, &again, 1, digestAt);
     }
 
+    /// A row takes another digest and goes where that belongs, unless it is in order where it is.
+    void moveOne()
+    {
+        const int position = below(int(rows.size()));
+        const quint64 old = rows[size_t(position)];
+        const quint64 digest = below(3) ? quint64(below(shape.digests)) : old + quint64(below(5));
+        const SortGuide::Group from = guide.group(old);
+        const SortGuide::Group to = guide.group(digest);
+        int place = position + 1;
+        const auto self = rows.begin() + position;
+        if (std::upper_bound(rows.begin(), self, digest) != self)
+            place = int(std::upper_bound(rows.begin(), self, digest) - rows.begin());
+        else
+            place = int(std::lower_bound(self + 1, rows.end(), digest) - rows.begin());
+        if (place > position + 1)
+            place = int(std::upper_bound(self + 1, rows.end(), digest) - rows.begin());
+        rows[size_t(position)] = digest;
+        if (place <= position)
+            std::rotate(rows.begin() + place, self, self + 1);
+        else
+            std::rotate(self, self + 1, rows.begin() + place);
+        guide.move(from, position, to, place, digest, digestAt);
+    }
+
     void check(quint64 digest)
     {
         const auto [first, last] = std::equal_range(rows.begin(), rows.end(), digest);
@@ -89,13 +113,18 @@ TEST_P(SortGuideModel, bracketsEveryDigestThroughAllChanges)
         const bool grows = int(rows.size()) < shape.rows;
         const int most = below(8) ? 3 : shape.changes;
         change(below(most + 1) / (grows ? 2 : 1), below(most + 1) + (grows ? most / 3 : 0));
-        for (int i = 0; i < 3 && !rows.empty(); ++i)
+        for (int i = 0; i < 3 && !rows.empty(); ++i) {
             changeInPlace();
+            moveOne();
+        }
         ASSERT_EQ(guide.count(), int(rows.size()));
         ASSERT_TRUE(guide.verify(digestAt));
         for (int i = 0; i < 10; ++i)
             ASSERT_NO_FATAL_FAILURE(check(quint64(below(shape.digests + 2))));
     }
+    for (int i = 0; i < 20000; ++i)
+        moveOne();
+    ASSERT_TRUE(guide.verify(digestAt)) << "after many moves without another change";
     change(int(rows.size()) * 4, 0);
     EXPECT_EQ(guide.count(), int(rows.size()));
     guide.build(int(rows.size()), digestAt);

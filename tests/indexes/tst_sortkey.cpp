@@ -149,4 +149,46 @@ TEST_F(SortKeys, areOffWhereValuesHaveNoOrderOfNumbers)
     }
 }
 
+TEST_F(SortKeys, coverNullOnceTheyHaveSeenIt)
+{
+    Record plain(&table);
+    plain.data(kDouble).setValue(-2.5);
+    const Record null(&table);
+    SortKey key;
+    key.setColumns(table, {kDouble}, Qt::AscendingOrder);
+    key.learn(plain.row());
+    EXPECT_FALSE(key.covers(null.row()));
+    quint64 digest = 1;
+    EXPECT_TRUE(key.read(null.row(), &digest)) << "it may be searched for";
+    EXPECT_LT(digest, key(plain.row()));
+    EXPECT_FALSE(key.learn(null.row())) << "the digests of others stay";
+    EXPECT_TRUE(key.covers(null.row()));
+    EXPECT_EQ(key(null.row()), digest);
+    key.reset();
+    EXPECT_FALSE(key.covers(null.row()));
+}
+
+TEST_F(SortKeys, areWholeWhileAllBytesThatVaryFit)
+{
+    const qint64 board = kRowHeaderSize + table.columnDef(kBoard)->offset;
+    SortKey bytes;
+    bytes.setBytes(board, 24);
+    SortKey columns;
+    columns.setColumns(table, {kBoard}, Qt::AscendingOrder);
+    EXPECT_FALSE(bytes.isWhole());
+    const Record record(&table);
+    for (const qint32 number : {7, 8, 300}) {
+        record.data(kNumber).setValue(number);
+        bytes.learn(record.row());
+        columns.learn(record.row());
+        EXPECT_TRUE(bytes.isWhole());
+        EXPECT_FALSE(columns.isWhole()) << "what else is compared is not known";
+    }
+    for (int i = 0; i < 200; ++i)
+        bytes.learn(row().row());
+    EXPECT_FALSE(bytes.isWhole());
+    bytes.reset();
+    EXPECT_FALSE(bytes.isWhole());
+}
+
 } // namespace

@@ -33,8 +33,10 @@ void IndexSort::setColumns(const QList<int> &sorted, const QList<int> &others, Q
 void IndexSort::setKeyBytes(const QList<int> &read, qint64 offset, qint64 length)
 {
     setColumns({}, read);
-    if (length > 0)
-        m_aid->key.setBytes(offset, length);
+    if (length <= 0)
+        return;
+    m_aid->key.setBytes(offset, length);
+    m_aid->bytesClass = &typeid(*this);
 }
 
 bool IndexSort::reads(int colFrom, int colTo) const
@@ -57,7 +59,12 @@ Record IndexSort::find(const Record &key, int from) const
 int IndexSort::search(const Record &key, int from) const
 {
     const int first = qMax(from, -1) + 1;
-    const int position = first < count() ? bound(key, Side::Before, first, count()) : count();
+    if (first >= count())
+        return -1;
+    Match match = Match::Unknown;
+    const int position = bound(key, Side::Before, first, count(), &match);
+    if (match != Match::Unknown)
+        return match == Match::Met ? position : -1;
     return position < count() && compare(m_list.at(position), key) == 0 ? position : -1;
 }
 
@@ -248,24 +255,38 @@ void IndexSort::settle(const Record &record, int index, bool behindEquals)
 
 // Batches -----------------------------------------------------------------------------------------
 
-// A tick, one row that changes, goes the short way: no lists are made for it. Where something is
-// unusual it is a batch like others; both then return false.
+// A tick, one row that changes, goes the short way: no lists are made for it, and the signposts are
+// asked once for its old and its new place. Where something is unusual it is a batch like others;
+// both then return false.
 
 bool IndexSort::noteOne(const Record &record, const Record &value)
 {
-    if (!m_aid || !m_aid->guides() || !m_aid->key.covers(value.row()))
+    SortAid::Tick tick;
+    quint64 digest;
+    if (!m_aid || !m_aid->guides() || !m_aid->key.covers(value.row(), &tick.digest) ||
+        !m_aid->key.read(record.row(), &digest))
         return false;
     // What processOne() will look at is on its way while the record is searched for.
-    const SortAid::Vicinity vicinity = m_aid->vicinityOf(value.row());
-    const int position = findByKey(record);
+    tick.to = m_aid->guide.group(tick.digest);
+    const SortGuide::Search search(tick.to, tick.digest);
+    const Record *const stretch = m_list.stretch(tick.to.first, tick.to.last);
+    if (stretch)
+        prefetch(stretch + (search.probe() - tick.to.first));
+    tick.from = m_aid->guide.group(digest);
+    const int position = findAmong({digest, tick.from, 0, count()}, record);
     if (position == -1)
         return false;
-    m_aid->prefetch(vicinity);
-    for (const int neighbour : {position - 1, position + 1}) {
-        if (neighbour >= 0 && neighbour < count())
-            m_aid->key.prefetch(m_list.at(neighbour).row());
+    if (stretch)
+        m_aid->prefetchNear(search, stretch, tick.to.first);
+    if (!tick.rises(position) && !tick.falls(position)) {
+        for (const int neighbour : {position - 1, position + 1}) {
+            if (neighbour >= 0 && neighbour < count())
+                m_aid->key.prefetch(m_list.at(neighbour).row());
+        }
     }
-    m_notes.push_back({record.row(), {position, {}}});
+    tick.row = record.row();
+    m_aid->tick = tick;
+    m_notes.push_back({record.row(), {position, tick.from}});
     m_noteOrder.assign(1, 0);
     return true;
 }
@@ -273,17 +294,54 @@ bool IndexSort::noteOne(const Record &record, const Record &value)
 bool IndexSort::processOne(const Record &record)
 {
     if (m_notes.size() != 1 || m_notes.front().row != record.row() || !m_aid || !m_aid->guides() ||
-        !m_aid->key.covers(record.row()))
+        m_aid->tick.row != record.row())
         return false;
+    SortAid::Tick &tick = m_aid->tick;
     const int position = m_notes.front().found.position;
-    if (m_list.at(position) != record)
+    quint64 digest;
+    if (m_list.at(position) != record || !m_aid->key.covers(record.row(), &digest))
         return false;
+    if (digest != tick.digest) { // the batch changes less than its values do
+        tick.digest = digest;
+        tick.to = m_aid->guide.group(digest);
+    }
     m_notes.clear();
     if (filter(record))
-        settle(record, position, false);
+        settleTick(record, position);
     else
         remove(record, position);
     return true;
+}
+
+// compare(record, the one at a position), where the record is that of the tick.
+int IndexSort::compareTick(const Record &record, int position) const
+{
+    const Record &other = m_list.at(position);
+    const quint64 digest = m_aid->key(other.row());
+    if (digest != m_aid->tick.digest)
+        return m_aid->tick.digest < digest ? -1 : 1;
+    return compare(record, other);
+}
+
+// As settle(), by what the tick knows.
+void IndexSort::settleTick(const Record &record, int index)
+{
+    const SortAid::Tick &tick = m_aid->tick;
+    bool falls = tick.falls(index);
+    bool rises = tick.rises(index);
+    if (!falls && !rises) {
+        falls = index > 0 && compareTick(record, index - 1) < 0;
+        rises = !falls && index + 1 < count() && compareTick(record, index + 1) > 0;
+    }
+    int place = index + 1;
+    if (falls)
+        place = boundAmong({tick.digest, tick.to, 0, index}, record, Side::Behind, nullptr);
+    else if (rises)
+        place =
+            boundAmong({tick.digest, tick.to, index + 1, count()}, record, Side::Behind, nullptr);
+    if (place != index + 1)
+        m_list.move(index, place);
+    m_aid->guide.move(tick.from, index, tick.to, place, tick.digest, m_aid->digestAt());
 }
 
 void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
@@ -293,6 +351,8 @@ void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &up
     const QList<Record> none;
     const bool moves = reads(colFrom, colTo);
     m_notes.clear();
+    if (m_aid)
+        m_aid->tick.row = nullptr;
     const bool onlyUpdates = removed.isEmpty() && inserted.isEmpty();
     if (onlyUpdates && (!moves || updated.isEmpty()))
         return;

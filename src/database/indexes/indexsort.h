@@ -128,7 +128,8 @@ protected:
     void setColumns(const QList<int> &sorted, const QList<int> &others = {},
                     Qt::SortOrder order = Qt::AscendingOrder);
     /// The same where compare() orders by \p length bytes at \p offset of a row, which the columns
-    /// \p read lie in.
+    /// \p read lie in, and by nothing else. A class derived from the one that calls this may
+    /// compare by more.
     void setKeyBytes(const QList<int> &read, qint64 offset, qint64 length);
     /// Whether one of the columns told lies in a range; -1 is the first and the last column. True
     /// when none were told.
@@ -149,14 +150,22 @@ private:
     };
 
     class RowFinder;
+    struct Among;
     struct KeySearch;
 
     /// On which side of its equals a key is looked for.
     enum class Side { Before, Behind };
 
-    int bound(const Record &key, Side side, int from, int to) const;
+    /// Whether a search has met its key.
+    enum class Match { Unknown, Met, Missed };
+
+    int bound(const Record &key, Side side, int from, int to, Match *match = nullptr) const;
+    int boundAmong(const Among &among, const Record &key, Side side, Match *match) const;
+    bool comparesDigests() const;
     void findTile(const Record *keys, int n, QList<Record> &found) const;
     int findByKey(const Record &record) const;
+    int findAmong(const Among &among, const Record &record) const;
+    int findBehind(int first, const Record &record) const;
     Finds findRows(const std::vector<const Record *> &rows, bool rejectedToo) const;
     int lowerBound(const Record &key) const { return bound(key, Side::Before, 0, count()); }
     int upperBound(const Record &key, int from, int to) const
@@ -168,6 +177,8 @@ private:
     bool noteOne(const Record &record, const Record &value);
     bool processOne(const Record &record);
     void settle(const Record &record, int index, bool behindEquals);
+    void settleTick(const Record &record, int index);
+    int compareTick(const Record &record, int position) const;
     void follow(int removed, int inserted, const Record &record);
 
     std::vector<int> m_noteOrder; // the numbers of the notes, as Finds::order

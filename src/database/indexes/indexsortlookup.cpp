@@ -43,39 +43,55 @@ private:
 
 } // namespace
 
+// Whether records whose digests are equal need not be compared.
+bool IndexSort::comparesDigests() const
+{
+    return m_aid->key.isWhole() && m_aid->bytesClass && typeid(*this) == *m_aid->bytesClass;
+}
+
 // The first position from..to - 1 whose record does not sort before the key, or whose record sorts
 // behind it; to if there is none.
-int IndexSort::bound(const Record &key, Side side, int from, int to) const
+int IndexSort::bound(const Record &key, Side side, int from, int to, Match *match) const
 {
-    const auto precedes = [&](const Record &element) {
+    quint64 digest;
+    if (m_aid && m_aid->guides() && m_aid->key.read(key.row(), &digest))
+        return boundAmong({digest, m_aid->guide.range(digest), from, to}, key, side, match);
+    return m_list.partitionPoint(from, to, [&](const Record &element) {
         const int order = compare(element, key);
         return side == Side::Behind ? order <= 0 : order < 0;
-    };
-    quint64 digest;
-    if (!m_aid || !m_aid->guides() || !m_aid->key.read(key.row(), &digest))
-        return m_list.partitionPoint(from, to, precedes);
-    SortGuide::Range range = m_aid->guide.range(digest);
-    SortGuide::Search search(range, digest);
-    if (from > range.first || to < range.last) { // part of the list only
-        range.first = qBound(from, range.first, to);
-        range.last = qBound(range.first, range.last, to);
-        search = SortGuide::Search(range, digest);
-    }
-    if (!search.isOpen())
-        return search.place();
+    });
+}
+
+// The same with the help of the guide. Where equal digests are equal keys, tells whether there is
+// such a record.
+int IndexSort::boundAmong(const Among &among, const Record &key, Side side, Match *match) const
+{
+    const SortKey &keys = m_aid->key;
+    SortGuide::Range range = among.range;
+    range.first = qBound(among.from, range.first, among.to);
+    range.last = qBound(range.first, range.last, among.to);
+    SortGuide::Search search(range, among.digest);
     const Record *const stretch = m_list.stretch(range.first, range.last);
     const auto at = [&](int position) -> const Record & {
         return stretch ? stretch[position - range.first] : m_list.at(position);
     };
-    // The rows beside the first probe come with it.
-    m_aid->key.prefetch(at(search.probe()).row());
-    m_aid->key.prefetch(at(qMax(search.probe() - 1, range.first)).row());
-    m_aid->key.prefetch(at(qMin(search.probe() + 1, range.last - 1)).row());
+    const bool isWhole = comparesDigests();
+    bool met = false;
     while (search.isOpen()) {
+        if (stretch && search.isGuess())
+            m_aid->prefetchNear(search, stretch, range.first);
         const Record &element = at(search.probe());
-        const quint64 other = m_aid->key(element.row());
-        search.narrow(other != digest ? other < digest : precedes(element));
+        const quint64 digest = keys(element.row());
+        bool precedes = digest < among.digest;
+        if (digest == among.digest) {
+            met = true;
+            const int order = isWhole ? 0 : compare(element, key);
+            precedes = side == Side::Behind ? order <= 0 : order < 0;
+        }
+        search.narrow(precedes, digest);
     }
+    if (match && isWhole)
+        *match = met ? Match::Met : Match::Missed;
     return search.place();
 }
 
@@ -128,7 +144,8 @@ void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
                 continue;
             const quint64 digest = m_aid->key(search.probed->row());
             search.probes.narrow(digest != search.digest ? digest < search.digest
-                                                         : compare(*search.probed, keys[i]) < 0);
+                                                         : compare(*search.probed, keys[i]) < 0,
+                                 digest);
         }
     }
     for (int i = 0; i < n; ++i) {
@@ -147,12 +164,28 @@ void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
 int IndexSort::findByKey(const Record &record) const
 {
     quint64 digest;
-    if (m_aid && m_aid->guides() && m_aid->key.read(record.row(), &digest)) {
-        const SortGuide::Range range = m_aid->guide.range(digest);
-        if (range.last - range.first <= kScanned)
+    if (m_aid && m_aid->guides() && m_aid->key.read(record.row(), &digest))
+        return findAmong({digest, m_aid->guide.range(digest), 0, count()}, record);
+    return findBehind(lowerBound(record), record);
+}
+
+int IndexSort::findAmong(const Among &among, const Record &record) const
+{
+    const SortGuide::Range &range = among.range;
+    if (range.last - range.first <= kScanned) {
+        const Record *const stretch = m_list.stretch(range.first, range.last);
+        if (!stretch)
             return scanForRow(record, range.first, range.last);
+        const Record *const end = stretch + (range.last - range.first);
+        const Record *const found = std::find(stretch, end, record);
+        return found != end ? range.first + int(found - stretch) : -1;
     }
-    const int first = lowerBound(record);
+    return findBehind(boundAmong(among, record, Side::Before, nullptr), record);
+}
+
+// The same among the records of its key, the first of which is known.
+int IndexSort::findBehind(int first, const Record &record) const
+{
     const int probed = qMin(first + kProbes, count());
     const int position = scanForRow(record, first, probed);
     if (position != -1 || probed == count())
@@ -206,10 +239,10 @@ private:
         std::vector<Sought> sought;
         sought.reserve(m_rows.size());
         for (int i = 0; i < qMin(n, kAhead); ++i)
-            aid.key.prefetch(m_rows[size_t(i)]->row());
+            aid.key.prefetchWhole(m_rows[size_t(i)]->row());
         for (int i = 0; i < n; ++i) {
             if (i + kAhead < n)
-                aid.key.prefetch(m_rows[size_t(i + kAhead)]->row());
+                aid.key.prefetchWhole(m_rows[size_t(i + kAhead)]->row());
             quint64 digest;
             if (aid.key.read(m_rows[size_t(i)]->row(), &digest))
                 sought.push_back({digest, i});

@@ -167,6 +167,7 @@ private:
     template<class It>
     It makeIterator(int pos) const;
     int partForInsert(int pos) const;
+    int countUpTo(int pos) const;
 
     PartPtr makePart(int size) const;
     void reserveParts(int extra);
@@ -179,6 +180,8 @@ private:
     void renumber(int c) noexcept;
 
     void insertBlock(int pos, T *items, int n);
+    bool staysAfter(int c, int n) const;
+    void moveAcross(Place from, Place to);
     int removeFromPart(int c, const QList<int> &bounds, int *next) noexcept;
 
     const int m_partSize;
@@ -256,8 +259,27 @@ template<class T>
 typename PartitionList<T>::Place PartitionList<T>::locate(int pos) const
 {
     Q_ASSERT(pos >= 0 && pos < count());
-    const auto next = std::upper_bound(m_starts.begin() + 1, m_starts.end(), pos);
-    return {int(next - m_starts.begin()) - 1, pos - *(next - 1)};
+    const int c = countUpTo(pos) - 1;
+    return {c, pos - m_starts[size_t(c)]};
+}
+
+/// The number of chunks that begin at \p pos or before. Which half of the chunks a position lies in
+/// cannot be predicted, so there is no branch on it, and the last ones are all compared.
+template<class T>
+int PartitionList<T>::countUpTo(int pos) const
+{
+    constexpr int kCompared = 32;
+    const int *first = m_starts.data();
+    int n = partCount();
+    while (n > kCompared) {
+        const int half = n / 2;
+        first += first[half] <= pos ? half : 0;
+        n -= half;
+    }
+    int count = int(first - m_starts.data());
+    for (int c = 0; c < n; ++c)
+        count += int(first[c] <= pos);
+    return count;
 }
 
 template<class T>

@@ -14,7 +14,7 @@
 template<class T>
 int PartitionList<T>::partForInsert(int pos) const
 {
-    return int(std::lower_bound(m_starts.begin() + 1, m_starts.end(), pos) - m_starts.begin()) - 1;
+    return pos > count() ? partCount() : qMax(countUpTo(pos - 1) - 1, 0);
 }
 
 /// A chunk outside the list, with the usual room or as much as size needs.
@@ -215,7 +215,12 @@ void PartitionList<T>::move(int from, int to)
 {
     Q_ASSERT(from >= 0 && from < count() && to >= 0 && to <= count());
     const Place source = locate(from);
-    if (partForInsert(to) != source.part) {
+    const int target = partForInsert(to);
+    if (target != source.part) {
+        if (target < partCount() && staysAfter(source.part, -1) && staysAfter(target, 1)) {
+            moveAcross(source, {target, to - partStart(target)});
+            return;
+        }
         const T kept(at(from));
         remove(from);
         insert(to > from ? to - 1 : to, kept);
@@ -233,6 +238,34 @@ void PartitionList<T>::move(int from, int to)
         Relocate::move(item + (to - from) + 1, item + (to - from), from - to);
         Relocate::move(item + (to - from), moved, 1);
     }
+}
+
+/// Whether a chunk remains as it is, neither cut nor joined nor enlarged, when it comes to hold n
+/// more handles, or fewer.
+template<class T>
+bool PartitionList<T>::staysAfter(int c, int n) const
+{
+    const int size = part(c).size + n;
+    if (n > 0)
+        return size < m_partSize && size <= part(c).capacity;
+    return size > 0 && (c + 1 == partCount() || size + part(c + 1).size >= m_joinSize) &&
+           (c == 0 || part(c - 1).size + size >= m_joinSize);
+}
+
+/// Moves a handle from one chunk to another, of which neither comes or goes for that.
+template<class T>
+void PartitionList<T>::moveAcross(Place from, Place to)
+{
+    reserveParts(0);
+    Part &source = chunk(from.part);
+    Part &target = chunk(to.part);
+    target.openGap(to.offset, 1);
+    Relocate::move(target.begin + to.offset, source.begin + from.offset, 1);
+    source.closeGap(from.offset, 1);
+    for (int c = from.part + 1; c <= to.part; ++c)
+        --m_starts[size_t(c)];
+    for (int c = to.part + 1; c <= from.part; ++c)
+        ++m_starts[size_t(c)];
 }
 
 template<class T>

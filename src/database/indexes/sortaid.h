@@ -7,6 +7,7 @@
 #include "database/record.h"
 
 #include <algorithm>
+#include <typeinfo>
 #include <vector>
 
 /// Where a record stands.
@@ -26,6 +27,15 @@ struct IndexSort::Finds {
 struct IndexSort::Note {
     const uchar *row;
     Found found;
+};
+
+/// Where a key with that digest is searched for: in the range that the guide gives for it, as far
+/// as it lies among the positions from..to - 1.
+struct IndexSort::Among {
+    quint64 digest;
+    SortGuide::Range range;
+    int from;
+    int to;
 };
 
 /// Asks for the first cache lines of a row but the one that its count is in.
@@ -53,6 +63,8 @@ public:
     SortKey key;
     SortGuide guide;
     std::vector<int> columns; ///< that compare() and filter() read
+    /// The class that compares by the key's bytes and nothing else; null where there is none.
+    const std::type_info *bytesClass = nullptr;
 
     bool reads(int colFrom, int colTo) const
     {
@@ -62,31 +74,26 @@ public:
     }
     bool guides() const { return key.isOn() && guide.count() == m_list.count(); }
 
-    /// Records around the place where a row most likely belongs.
-    struct Vicinity {
-        const Record *first;
-        int size;
+    /// What is known of a tick before its row changes.
+    struct Tick {
+        const uchar *row = nullptr; ///< the live one
+        quint64 digest;             ///< the one to come
+        SortGuide::Group from;      ///< where the row stands
+        SortGuide::Group to;        ///< where it belongs with its new values
+
+        /// Whether it will be out of order where it stands, since it will sort behind, or before,
+        /// all of its group, and has a neighbour on that side there.
+        bool rises(int position) const { return digest > from.high && position + 1 < from.last; }
+        bool falls(int position) const { return digest < from.low && position > from.first; }
     };
-    /// Finds that place and asks for the handles there.
-    Vicinity vicinityOf(const uchar *row) const
+    Tick tick; ///< of use while the index holds the note of its row
+
+    /// Asks for the rows that a search most likely looks at next, given the handles from the start
+    /// of its range on.
+    void prefetchNear(const SortGuide::Search &search, const Record *stretch, int first) const
     {
-        quint64 digest;
-        if (!key.read(row, &digest))
-            return {nullptr, 0};
-        const SortGuide::Range range = guide.range(digest);
-        const Record *const stretch = m_list.stretch(range.first, range.last);
-        if (!stretch)
-            return {nullptr, 0};
-        const int probe = SortGuide::Search(range, digest).probe();
-        const int first = qMax(probe - 1, range.first);
-        ::prefetch(stretch + (first - range.first));
-        return {stretch + (first - range.first), qMin(probe + 2, range.last) - first};
-    }
-    /// Asks for the rows there.
-    void prefetch(const Vicinity &vicinity) const
-    {
-        for (int i = 0; i < vicinity.size; ++i)
-            key.prefetch(vicinity.first[i].row());
+        for (int i = search.nearFirst(); i < search.nearEnd(); ++i)
+            key.prefetch(stretch[i - first].row());
     }
 
     /// Takes new rows among those that have digests. \return whether the digests of all changed
@@ -97,10 +104,10 @@ public:
         bool changed = false;
         auto ahead = rows.begin();
         for (int i = 0; i < kAhead && ahead != rows.end(); ++i)
-            key.prefetch((ahead++)->row());
+            key.prefetchWhole((ahead++)->row());
         for (const Record &row : rows) {
             if (ahead != rows.end())
-                key.prefetch((ahead++)->row());
+                key.prefetchWhole((ahead++)->row());
             changed |= key.learn(row.row());
         }
         return changed;

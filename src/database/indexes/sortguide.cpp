@@ -4,15 +4,27 @@
 #include <limits>
 
 struct SortGuide::Block {
+    Block() { std::fill_n(digests, kPosts, kNoDigest); }
+
+    static constexpr quint64 kNoDigest = std::numeric_limits<quint64>::max();
+
     int posts = 0;
-    quint16 places[kPosts]; // counted from the block's first row
-    quint64 digests[kPosts];
+    quint16 places[kPosts];  // counted from the block's first row
+    quint64 digests[kPosts]; // kNoDigest behind the last post
 
     /// Takes a row with the digest in before the one at \p place, into a block of \p rows.
     /// \return false when its group has become too large
     bool insert(int place, quint64 digest, int rows);
     /// Takes the row at \p place out of \p rows. \return false when few posts are left
-    bool remove(int place, int rows);
+    bool remove(int place, int rows) { return removeFrom(postOf(place), rows); }
+    /// The same where the post of its group is known.
+    bool insertInto(int post, quint64 digest, int rows);
+    bool removeFrom(int post, int rows);
+    /// The same for a row that goes from one group to another, of \p rows.
+    bool move(int from, int to, quint64 digest, int rows);
+
+    int countBelow(quint64 limit) const;
+    int countUpTo(quint64 limit) const;
 
 private:
     void erase(int post)
@@ -20,7 +32,12 @@ private:
         --posts;
         std::copy(places + post + 1, places + posts + 1, places + post);
         std::copy(digests + post + 1, digests + posts + 1, digests + post);
+        digests[posts] = kNoDigest;
     }
+    /// Joins a group that has lost a row with the next one if that is called for.
+    bool joinSmall(int post, int rows);
+    template<class Before>
+    int count(Before before) const;
     void shift(int from, int by)
     {
         for (int post = from; post < posts; ++post)
@@ -49,22 +66,37 @@ bool SortGuide::Block::insert(int place, quint64 digest, int rows)
         digests[0] = digest;
         return true;
     }
-    int post = postOf(place);
-    if (places[post] == place && digest < digests[post]) {
-        if (post > 0)
-            --post;
-        else
-            digests[0] = digest;
-    }
+    const int post = postOf(place);
+    const bool isBefore = places[post] == place && digest < digests[post] && post > 0;
+    return insertInto(isBefore ? post - 1 : post, digest, rows);
+}
+
+bool SortGuide::Block::insertInto(int post, quint64 digest, int rows)
+{
+    digests[post] = qMin(digests[post], digest); // less only before all rows
     shift(post + 1, 1);
     return sizeOf(post, rows + 1) <= kLargeGroup;
 }
 
-bool SortGuide::Block::remove(int place, int rows)
+bool SortGuide::Block::removeFrom(int post, int rows)
 {
-    const int post = postOf(place);
     shift(post + 1, -1);
-    --rows;
+    return joinSmall(post, rows - 1);
+}
+
+bool SortGuide::Block::move(int from, int to, quint64 digest, int rows)
+{
+    digests[to] = qMin(digests[to], digest);
+    for (int post = from + 1; post <= to; ++post)
+        --places[post];
+    for (int post = to + 1; post <= from; ++post)
+        ++places[post];
+    const bool fits = sizeOf(to, rows) <= kLargeGroup;
+    return joinSmall(from, rows) && fits;
+}
+
+bool SortGuide::Block::joinSmall(int post, int rows)
+{
     if (sizeOf(post, rows) == 0)
         erase(post);
     else if (post + 1 < posts && sizeOf(post, rows) + sizeOf(post + 1, rows) <= kGroup / 2)
@@ -72,20 +104,55 @@ bool SortGuide::Block::remove(int place, int rows)
     return posts >= kFewPosts;
 }
 
+/// The number of posts whose digests come before something, which those of no post do not, or are
+/// all taken for it. Few steps of many comparisons that do not wait for each other, nor for a
+/// branch.
+template<class Before>
+int SortGuide::Block::count(Before before) const
+{
+    constexpr int kStride = 16;
+    int from = 0;
+    for (int post = kStride - 1; post < kPosts - 1; post += kStride)
+        from += before(digests[post]) ? kStride : 0;
+    int count = from;
+    for (int post = 0; post < kStride; ++post)
+        count += int(before(digests[from + post]));
+    return qMin(count, posts);
+}
+
+int SortGuide::Block::countBelow(quint64 limit) const
+{
+    return count([limit](quint64 digest) { return digest < limit; });
+}
+
+int SortGuide::Block::countUpTo(quint64 limit) const
+{
+    return count([limit](quint64 digest) { return digest <= limit; });
+}
+
 namespace
 {
 
-// A search without branches: which half it goes on in cannot be predicted.
+// The number of values, which rise, that come before something. Few steps of several comparisons
+// that do not wait for each other.
 template<class Before>
 int partition(const quint64 *values, int n, Before before)
 {
-    const quint64 *at = values;
-    while (n > 1) {
-        const int half = n / 2;
-        at += before(at[half - 1]) ? half : 0;
-        n -= half;
+    constexpr int kWays = 8;
+    int from = 0;
+    int end = n;
+    while (end - from > 2 * kWays) {
+        const int stride = (end - from + kWays - 1) / kWays;
+        int passed = 0;
+        for (int way = 1; way < kWays; ++way)
+            passed += int(before(values[qMin(from + way * stride, end) - 1]));
+        from = qMin(from + passed * stride, end);
+        end = qMin(from + stride, end);
     }
-    return int(at - values) + int(n == 1 && before(*at));
+    int count = from;
+    for (int i = from; i < end; ++i)
+        count += int(before(values[i]));
+    return count;
 }
 
 int countBelow(const quint64 *values, int n, quint64 limit)
@@ -107,25 +174,25 @@ SortGuide::SortGuide()
 
 SortGuide::~SortGuide() = default;
 
-SortGuide::Range SortGuide::range(quint64 digest) const
+SortGuide::Group SortGuide::group(quint64 digest) const
 {
     const int b = countBelow(m_digests.data(), int(m_digests.size()), digest) - 1;
     if (b < 0)
-        return rangeAt(0, 0, digest);
-    const Block &block = *m_blocks[size_t(b)];
-    return rangeAt(b, countBelow(block.digests, block.posts, digest), digest);
+        return groupAt(0, 0, digest);
+    return groupAt(b, m_blocks[size_t(b)]->countBelow(digest), digest);
 }
 
 /// The range of a digest, given a block and in it, or behind it, the first post that is not below
 /// the digest.
-SortGuide::Range SortGuide::rangeAt(int b, int post, quint64 digest) const
+SortGuide::Group SortGuide::groupAt(int b, int post, quint64 digest) const
 {
     const int blocks = int(m_blocks.size());
-    Range range{0, count(), 0, std::numeric_limits<quint64>::max()};
+    Group range{{0, count(), 0, std::numeric_limits<quint64>::max()}, b, 0};
     if (blocks == 0)
         return range;
     if (post > 0) {
         const Block &block = *m_blocks[size_t(b)];
+        range.post = post - 1;
         range.first = m_bases[size_t(b)] + block.places[post - 1];
         range.low = block.digests[post - 1];
     }
@@ -140,7 +207,7 @@ SortGuide::Range SortGuide::rangeAt(int b, int post, quint64 digest) const
         return range;
     if (m_blocks[size_t(b)]->digests[post] == digest) { // rows that are equal may fill many groups
         b = countUpTo(m_digests.data(), blocks, digest) - 1;
-        post = countUpTo(m_blocks[size_t(b)]->digests, m_blocks[size_t(b)]->posts, digest);
+        post = m_blocks[size_t(b)]->countUpTo(digest);
         if (!skipEnd())
             return range;
     }
@@ -174,7 +241,7 @@ SortGuide::Range SortGuide::Walk::range(quint64 digest)
             break;
         }
     }
-    return m_guide.rangeAt(m_block, m_post, digest);
+    return m_guide.groupAt(m_block, m_post, digest);
 }
 
 void SortGuide::clear()
@@ -315,6 +382,51 @@ bool SortGuide::follow(const int *remove, const int *removeEnd, const Insertion 
     }
     moveTo(blocks + 1);
     return true;
+}
+
+void SortGuide::move(const Group &from, int removed, const Group &to, int inserted, quint64 digest,
+                     const DigestAt &digestAt)
+{
+    // A row that stays comes behind itself or before itself, whichever its new group has.
+    if (inserted == removed + 1 && inserted > to.last)
+        --inserted;
+    // Rows of one digest may fill several groups. One that comes between two of them goes to the
+    // end of the earlier one.
+    const auto seek = [this](const Group &group, int position) {
+        int block = group.block;
+        int post = group.post;
+        for (; position >= m_bases[size_t(block) + 1]; post = 0)
+            ++block;
+        const Block &in = *m_blocks[size_t(block)];
+        while (post + 1 < in.posts && m_bases[size_t(block)] + in.places[post + 1] <= position)
+            ++post;
+        return std::make_pair(block, post);
+    };
+    const auto [source, sourcePost] = seek(from, removed);
+    const auto [target, targetPost] =
+        inserted > to.first ? seek(to, inserted - 1) : std::make_pair(to.block, to.post);
+    const auto rowsOf = [this](int block) {
+        return m_bases[size_t(block) + 1] - m_bases[size_t(block)];
+    };
+    Block &targetBlock = *m_blocks[size_t(target)];
+    Block &sourceBlock = *m_blocks[size_t(source)];
+    bool isTidy[] = {true, true}; // the earlier block, the later one
+    if (source == target) {
+        isTidy[0] = targetBlock.move(sourcePost, targetPost, digest, rowsOf(source));
+    } else {
+        isTidy[target > source] = targetBlock.insertInto(targetPost, digest, rowsOf(target));
+        isTidy[target < source] = sourceBlock.removeFrom(sourcePost, rowsOf(source));
+        for (int block = source + 1; block <= target; ++block)
+            --m_bases[size_t(block)];
+        for (int block = target + 1; block <= source; ++block)
+            ++m_bases[size_t(block)];
+    }
+    m_digests[size_t(source)] = sourceBlock.digests[0];
+    m_digests[size_t(target)] = targetBlock.digests[0];
+    if (!isTidy[1])
+        tidy(qMax(source, target), digestAt);
+    if (!isTidy[0])
+        tidy(qMin(source, target), digestAt);
 }
 
 /// Divides a block's groups that have become too large, and joins a block that has become too small

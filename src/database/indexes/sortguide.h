@@ -28,8 +28,14 @@ public:
         quint64 low;
         quint64 high;
     };
+    /// A range, and where it begins: with the rows of that post of that block.
+    struct Group : Range {
+        int block;
+        int post;
+    };
     /// A search for a digest in a range, one probe after the other: first where the row should
-    /// stand if digests lie evenly, then beside that, and then halving what is left.
+    /// stand if digests lie evenly, then beside that, then where it should stand by what has been
+    /// seen, and in the end halving what is left.
     class Search
     {
     public:
@@ -37,10 +43,12 @@ public:
         Search(const Range &range, quint64 digest)
             : m_first(range.first)
             , m_last(range.last)
+            , m_probe(guess(range, digest))
+            , m_centre(m_probe)
             , m_probes(0)
+            , m_digest(digest)
+            , m_seen(range)
         {
-            const double share = double(digest - range.low) / (double(range.high - range.low) + 1);
-            m_probe = qMin(m_first + int(share * (m_last - m_first)), m_last - 1);
         }
         bool isOpen() const { return m_first < m_last; }
         /// The position to look at.
@@ -54,6 +62,30 @@ public:
             else
                 m_probe = m_first + (m_last - m_first) / 2;
         }
+        /// The same where the digest of the row there is known.
+        void narrow(bool precedes, quint64 digest)
+        {
+            if (precedes)
+                m_first = m_probe + 1;
+            else
+                m_last = m_probe;
+            (precedes ? m_seen.first : m_seen.last) = m_probe;
+            (precedes ? m_seen.low : m_seen.high) = digest;
+            m_probe = precedes ? m_first : m_last - 1;
+            if (isNear(m_probe) || !isOpen())
+                return;
+            if (++m_probes < kGuesses)
+                m_probe = qBound(m_first, guess(m_seen, m_digest), m_last - 1);
+            else
+                m_probe = m_first + (m_last - m_first) / 2;
+            m_centre = m_probe;
+        }
+        /// The positions around the last guess, whose rows may as well be asked for together with
+        /// the one to look at: most likely they come next.
+        int nearFirst() const { return qMax(m_first, m_centre - kNear); }
+        int nearEnd() const { return qMin(m_last, m_centre + kNear + 1); }
+        /// Whether the probe is a guess, and not beside the one before.
+        bool isGuess() const { return m_probe == m_centre; }
         /// Leaves out what lies before a position.
         void skipTo(int first)
         {
@@ -67,11 +99,27 @@ public:
 
     private:
         static constexpr int kProbesNearby = 3;
+        static constexpr int kNear = 2;
+        static constexpr int kGuesses = 4;
+
+        bool isNear(int position) const
+        {
+            return position >= m_centre - kNear && position <= m_centre + kNear;
+        }
+        static int guess(const Range &range, quint64 digest)
+        {
+            const double share = double(digest - range.low) / (double(range.high - range.low) + 1);
+            return qMin(range.first + int(share * (range.last - range.first) + 0.5),
+                        range.last - 1);
+        }
 
         int m_first;
         int m_last;
         int m_probe;
+        int m_centre; // the last guess
         int m_probes;
+        quint64 m_digest;
+        Range m_seen; // the rows next to the open ones whose digests are known, and those
     };
     /// Asks for the ranges of ascending digests: goes on from one to the next.
     class Walk
@@ -103,7 +151,9 @@ public:
     /// Where rows of that digest stand, and where one more belongs: rows before the range have
     /// smaller digests or equal ones, and so on. O(log n); as long as a group or two, unless many
     /// rows share the digest.
-    Range range(quint64 digest) const;
+    Range range(quint64 digest) const { return group(digest); }
+    /// The same, with where the range begins.
+    Group group(quint64 digest) const;
 
     void clear();
     /// Sets posts along \p count rows.
@@ -114,6 +164,12 @@ public:
     /// came; both ascend, and \p digestAt reads the sequence as it is now.
     void update(const int *removed, int removals, const Insertion *inserted, int insertions,
                 const DigestAt &digestAt);
+    /// Follows one row that left its position for another, or stayed and took another digest.
+    /// \p from and \p to are groups as the guide has given them since its last change: that of the
+    /// row, where \p removed lies in, and that of its new digest.
+    /// \param inserted  where it comes, as Insertion::position
+    void move(const Group &from, int removed, const Group &to, int inserted, quint64 digest,
+              const DigestAt &digestAt);
 
     /// Whether invariant (2) and (3) hold, and (1) for the rows next to posts.
     bool verify(const DigestAt &digestAt) const;
@@ -127,7 +183,7 @@ private:
     static constexpr int kRebuiltShare = 4; // more events than one in so many rows: begin anew
 
     struct Block;
-    Range rangeAt(int block, int post, quint64 digest) const;
+    Group groupAt(int block, int post, quint64 digest) const;
     struct Post {
         int place; // of the rows that a list of posts divides
         quint64 digest;

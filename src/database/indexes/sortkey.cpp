@@ -80,15 +80,21 @@ void SortKey::appendInteger(const TableColumnDef &column, int size)
 
 void SortKey::reset()
 {
-    m_off = m_learned = false;
+    m_off = m_learned = m_nulls = m_whole = false;
     m_digits.clear();
     m_agreed.clear();
+    findLines();
 }
 
 bool SortKey::learn(const uchar *row)
 {
     if (!isOn() || covers(row))
         return false;
+    if (isNull(row)) {
+        m_nulls = true;
+        findLines();
+        return false;
+    }
     if (m_kind == Kind::Decimal && !m_learned) {
         m_learned = true;
         m_scale = scaleBits(row);
@@ -131,12 +137,15 @@ void SortKey::choose()
 {
     m_digits.clear();
     m_agreed.clear();
+    m_whole = !m_first;
     quint64 numbers = 1; // that the digits so far can write
     for (const Byte &byte : m_bytes) {
         if (byte.low != byte.high) {
             const uint radix = uint(byte.high - byte.low) + 1;
-            if (numbers > std::numeric_limits<quint64>::max() / radix)
+            if (numbers > std::numeric_limits<quint64>::max() / radix) {
+                m_whole = false;
                 break;
+            }
             numbers *= radix;
             m_digits.push_back({byte.offset, byte.flip, byte.low, radix, 1});
             continue;
@@ -151,9 +160,15 @@ void SortKey::choose()
     }
     for (size_t i = m_digits.size(); i-- > 1;)
         m_digits[i - 1].weight = m_digits[i].weight * m_digits[i].radix;
-    m_near = m_far = m_bytes.front().offset;
-    if (!m_digits.empty()) {
+    findLines();
+}
+
+/// What prefetch() has to ask for.
+void SortKey::findLines()
+{
+    if (!m_digits.empty())
         m_near = m_digits.front().offset;
-        m_far = m_digits.back().offset;
-    }
+    m_far = m_digits.empty() ? m_near : m_digits.back().offset;
+    if (m_nulls)
+        m_far = kRowHeaderSize + m_first->nullOffset;
 }

@@ -46,22 +46,37 @@ public:
     /// taken before are void
     bool learn(const uchar *row);
     /// Whether the key covers the row: its digest stands in the right order to those of the rows
-    /// learned from.
+    /// learned from, and can be read.
     bool covers(const uchar *row) const
     {
         quint64 digest;
-        return read(row, &digest);
+        return covers(row, &digest);
     }
+    /// The same; reads the digest of a covered row.
+    bool covers(const uchar *row, quint64 *digest) const
+    {
+        return read(row, digest) && (m_nulls || !isNull(row));
+    }
+    /// Whether the digests of covered rows are equal only where all bytes of their keys are.
+    bool isWhole() const { return m_whole; }
     /// The digest of a row that the key covers.
     quint64 operator()(const uchar *row) const { return ascending(row) ^ m_flip; }
-    /// The same for any row. \return whether the key covers it
+    /// The digest to search with of any row. \return whether it stands in the right order to those
+    /// of the rows that the key covers
     bool read(const uchar *row, quint64 *digest) const;
 
-    /// Asks for the cache lines that a digest reads.
+    /// Asks for the cache lines that the digest of a covered row reads.
     void prefetch(const uchar *row) const
     {
         ::prefetch(row + m_near);
-        ::prefetch(m_nullable ? row + kRowHeaderSize + m_first->nullOffset : row + m_far);
+        ::prefetch(row + m_far);
+    }
+    /// The same for what learn(), covers() and read() look at.
+    void prefetchWhole(const uchar *row) const
+    {
+        prefetch(row);
+        if (m_nullable)
+            ::prefetch(row + kRowHeaderSize + m_first->nullOffset);
     }
 
 private:
@@ -104,6 +119,7 @@ private:
         return bits >> 63 ? ~bits : bits | kSign;
     }
     quint64 ascending(const uchar *row) const;
+    quint64 ofValue(const uchar *row) const;
     bool isNull(const uchar *row) const
     {
         return m_nullable && !(row[kRowHeaderSize + m_first->nullOffset] & m_first->nullMask);
@@ -114,6 +130,7 @@ private:
     void appendInteger(const TableColumnDef &column, int size);
     void widen(const uchar *row);
     void choose();
+    void findLines();
 
     static constexpr quint64 kSign = quint64(1) << 63;
 
@@ -122,9 +139,11 @@ private:
     bool m_off = false;
     bool m_nullable = false;                 // what the first column may be
     bool m_learned = false;                  // whether a row was learned from
+    bool m_whole = false;                    // whether bare bytes are all in the digits
+    bool m_nulls = false;                    // whether one of them was NULL there
     const TableColumnDef *m_first = nullptr; // borrowed from the table; null for bare bytes
     qint64 m_near = 0;                       // place in a row of the first byte that digests read
-    qint64 m_far = 0;                        // of the last one
+    qint64 m_far = 0;                        // of the last one, or of the presence byte
     quint8 m_scale = 0;                      // of the decimals, as their words hold it
     std::vector<Byte> m_bytes;               // of the key, most significant first
     std::vector<Digit> m_digits;             // those of them that vary, as many as fit
@@ -133,10 +152,15 @@ private:
 
 // ------------------------------------------------------------------------------------------------
 
+// While no row was NULL, a row's presence byte is not looked at: it mostly is in another cache line
+// than the value.
 inline quint64 SortKey::ascending(const uchar *row) const
 {
-    if (isNull(row))
-        return 0; // below every value, or equal to the lowest one
+    return m_nulls && isNull(row) ? 0 : ofValue(row); // below every value, or equal to the lowest
+}
+
+inline quint64 SortKey::ofValue(const uchar *row) const
+{
     switch (m_kind) {
     case Kind::Integer:
         return quint64(qint64(load<qint32>(cell(row)))) ^ kSign;
@@ -157,10 +181,12 @@ inline quint64 SortKey::ascending(const uchar *row) const
 
 inline bool SortKey::read(const uchar *row, quint64 *digest) const
 {
-    if (m_kind != Kind::Bytes || isNull(row)) {
-        *digest = (*this)(row);
-        if (isNull(row))
-            return true;
+    if (isNull(row)) {
+        *digest = m_flip;
+        return true;
+    }
+    if (m_kind != Kind::Bytes) {
+        *digest = ofValue(row) ^ m_flip;
         if (m_kind == Kind::Decimal)
             return m_learned && scaleBits(row) == m_scale;
         return m_kind != Kind::Double || !std::isnan(load<double>(cell(row)));

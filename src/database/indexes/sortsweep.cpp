@@ -138,7 +138,7 @@ void SortSweep::lookAt(int n, RecordAt recordAt, Look look)
     const SortAid *const aid = m_index.m_aid.get();
     for (int i = 0; i < n; ++i) {
         if (aid && i + kAhead < n)
-            aid->key.prefetch(recordAt(i + kAhead).row());
+            aid->key.prefetchWhole(recordAt(i + kAhead).row());
         look(size_t(i), recordAt(i));
     }
 }

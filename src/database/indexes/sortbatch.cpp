@@ -1,10 +1,12 @@
 #include "database/indexes/sortbatch.h"
 
 #include "database/indexes/concurrentsort.h"
-#include "database/indexes/digestsort.h"
 #include "database/indexes/sortaid.h"
+#include "database/indexes/spreadsort.h"
+#include "database/services/concurrently.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace
 {
@@ -54,16 +56,34 @@ void SortBatch::askFilter()
         return;
     // Rows already hold their new values. Where preprocess() has not seen them and they need other
     // digests, the signposts mean nothing any more.
-    bool changed = aid->learn(m_updated);
+    const bool covers = readDigests(*aid);
+    bool changed = !covers && aid->learn(m_updated);
     changed |= aid->learn(m_inserted);
     if (changed)
         aid->guide.clear();
     if (!aid->guides())
         return;
     m_aid = aid;
-    m_digests.reserve(size_t(m_updated.size()));
-    for (const Record &record : m_updated)
-        m_digests.push_back(aid->key(record.row()));
+    if (changed || !covers)
+        readDigests(*aid);
+}
+
+// The updated records' digests. Returns whether there are such of all of them.
+bool SortBatch::readDigests(const SortAid &aid)
+{
+    m_digests.resize(size_t(m_updated.size()));
+    std::atomic<bool> covers{true};
+    Concurrently::forStretches(m_updated.size(), [&](int first, int last) {
+        bool all = true;
+        for (int i = first; i < last; ++i) {
+            if (i + kAhead < last)
+                aid.key.prefetch(m_updated.at(i + kAhead).row());
+            all &= aid.key.read(m_updated.at(i).row(), &m_digests[size_t(i)]);
+        }
+        if (!all)
+            covers = false;
+    });
+    return covers;
 }
 
 // Positions ---------------------------------------------------------------------------------------
@@ -311,7 +331,7 @@ void SortBatch::sortPending()
     ranked.reserve(m_pending.size());
     for (const Pending &pending : m_pending)
         ranked.push_back({pending.digest, int(ranked.size())});
-    sortByDigests(ranked, [this](const Ranked &a, const Ranked &b) {
+    spreadByDigests(ranked, [this](const Ranked &a, const Ranked &b) {
         return m_index.compare(m_pending[size_t(a.number)], m_pending[size_t(b.number)]) < 0;
     });
     std::vector<Pending> sorted;

@@ -63,6 +63,7 @@ private:
     const Record &batchRecord(int slot) const;
     bool notesHold() const;
     void askFilter();
+    bool readDigests(const SortAid &aid);
     void locate();
     void collectAffected();
     void decide();

@@ -27,8 +27,9 @@ class SortAid;
 /// taken from their key cells, without calling compare().
 ///
 /// compare() and filter() see rows that nobody writes meanwhile; compare() is called from several
-/// threads at once while the index sorts. When one of them throws inside a batch, the batch does
-/// not reach the index: it has to be rebuilt, a master index resorted.
+/// threads at once while the index sorts and, where the index has told its columns, while it takes
+/// a large batch. When one of them throws inside a batch, the batch does not reach the index: it
+/// has to be rebuilt, a master index resorted.
 class DATABASE_EXPORT IndexSort : public IndexList
 {
 public:

@@ -1,8 +1,9 @@
 // How a sorted index finds many records at once.
 
-#include "database/indexes/digestsort.h"
 #include "database/indexes/indexsort.h"
 #include "database/indexes/sortaid.h"
+#include "database/indexes/spreadsort.h"
+#include "database/services/concurrently.h"
 
 #include <algorithm>
 
@@ -210,11 +211,14 @@ public:
         m_finds.found.resize(m_rows.size(), {-1, {}});
         m_finds.order.reserve(m_rows.size());
         const SortAid *aid = m_index.m_aid.get();
-        if (aid && aid->guides())
+        if (aid && aid->guides()) {
             findGuided(*aid);
-        else
-            for (int i = 0; i < int(m_rows.size()); ++i)
+        } else {
+            for (int i = 0; i < int(m_rows.size()); ++i) {
+                m_finds.order.push_back(i);
                 findByKey(i);
+            }
+        }
         m_index.scanForRows(m_wanted, m_finds.found);
         return std::move(m_finds);
     }
@@ -236,27 +240,40 @@ private:
     void findGuided(const SortAid &aid)
     {
         const int n = int(m_rows.size());
-        std::vector<Sought> sought;
-        sought.reserve(m_rows.size());
-        for (int i = 0; i < qMin(n, kAhead); ++i)
-            aid.key.prefetchWhole(m_rows[size_t(i)]->row());
+        std::vector<Sought> sought(m_rows.size());
+        Concurrently::forStretches(n, [&](int first, int last) {
+            for (int i = first; i < qMin(first + kAhead, last); ++i)
+                aid.key.prefetchWhole(m_rows[size_t(i)]->row());
+            for (int i = first; i < last; ++i) {
+                if (i + kAhead < last)
+                    aid.key.prefetchWhole(m_rows[size_t(i + kAhead)]->row());
+                Sought &each = sought[size_t(i)];
+                each.number = aid.key.read(m_rows[size_t(i)]->row(), &each.digest) ? i : -1;
+            }
+        });
         for (int i = 0; i < n; ++i) {
-            if (i + kAhead < n)
-                aid.key.prefetchWhole(m_rows[size_t(i + kAhead)]->row());
-            quint64 digest;
-            if (aid.key.read(m_rows[size_t(i)]->row(), &digest))
-                sought.push_back({digest, i});
-            else
+            if (sought[size_t(i)].number == -1) {
+                m_finds.order.push_back(i);
                 findByKey(i);
+            }
         }
-        sortByDigests(sought);
-        SortGuide::Walk walk(aid.guide);
-        Place places[kAhead]; // of those that are being asked for
-        for (size_t i = 0; i < sought.size() + kAhead; ++i) {
-            if (i >= kAhead)
-                scan(sought[i - kAhead].number, places[i % kAhead]);
-            if (i < sought.size())
-                places[i % kAhead] = placeOf(sought[i].digest, walk);
+        const auto isMissing = [](const Sought &each) { return each.number == -1; };
+        sought.erase(std::remove_if(sought.begin(), sought.end(), isMissing), sought.end());
+        spreadByDigests(sought);
+        Concurrently::forStretches(int(sought.size()), [&](int first, int last) {
+            SortGuide::Walk walk(aid.guide);
+            Place places[kAhead]; // of those that are being asked for
+            for (int i = first; i < last + kAhead; ++i) {
+                if (i - first >= kAhead)
+                    scan(sought[size_t(i - kAhead)].number, places[i % kAhead]);
+                if (i < last)
+                    places[i % kAhead] = placeOf(sought[size_t(i)].digest, walk);
+            }
+        });
+        for (const Sought &each : sought) {
+            m_finds.order.push_back(each.number);
+            if (m_finds.found[size_t(each.number)].position == -1)
+                findByKey(each.number);
         }
     }
     Place placeOf(quint64 digest, SortGuide::Walk &walk) const
@@ -276,9 +293,8 @@ private:
         const Record *const end = place.stretch + size;
         const Record *const found = std::find(place.stretch, end, *m_rows[size_t(number)]);
         if (found != end)
-            enter(number, {place.range.first + int(found - place.stretch), place.range});
-        else
-            findByKey(number);
+            m_finds.found[size_t(number)] = {place.range.first + int(found - place.stretch),
+                                             place.range};
     }
     void findByKey(int number)
     {
@@ -298,12 +314,7 @@ private:
             if (position == -1 && (!scanned || m_rejectedToo || m_index.filter(record)))
                 m_wanted.push_back({record.row(), number});
         }
-        enter(number, {position, {}});
-    }
-    void enter(int number, const Found &found)
-    {
-        m_finds.found[size_t(number)] = found;
-        m_finds.order.push_back(number);
+        m_finds.found[size_t(number)] = {position, {}};
     }
 
     const IndexSort &m_index;

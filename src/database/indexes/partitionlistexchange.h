@@ -4,6 +4,9 @@
 // partitionlist.h.
 
 #include "database/indexes/partitionlist.h"
+#include "database/services/concurrently.h"
+
+#include <optional>
 
 /// One exchange. Everything that may fail is done while the list is still as it was: plan() finds
 /// what happens to which chunk and gets all memory, run() moves handles.
@@ -38,11 +41,23 @@ private:
         int to;
     };
 
+    /// The new order of a chunk, worked out by one thread for one chunk after the other.
+    struct Traces {
+        std::vector<Segment> segments;
+        std::vector<int> places; // of those that come
+    };
+    // One thread alone waits for memory most of the time.
+    static constexpr int kThreads = 4;
+    static constexpr int kManySteps = 8; // so many chunks are worth telling other threads
+
     int piecesOf(const Step &step) const;
-    void trace(const Step &step) noexcept;
-    int shiftOf(const Step &step) const noexcept;
-    void rearrange(const Step &step) noexcept;
-    void distribute(const Step &step, PartPtr *pieces) noexcept;
+    void takeLeaving() noexcept;
+    void rearrangeAll() noexcept;
+    void cut() noexcept;
+    void trace(const Step &step, Traces &traces) const noexcept;
+    int shiftOf(const Step &step, const Traces &traces) const noexcept;
+    void rearrange(const Step &step, const Traces &traces) noexcept;
+    void distribute(const Step &step, const Traces &traces, PartPtr *pieces) noexcept;
     T *itemOf(Arrival &arrival) noexcept
     {
         return arrival.left == -1 ? &arrival.item : &m_left[size_t(arrival.left)];
@@ -53,9 +68,9 @@ private:
     std::vector<Arrival> &m_arrivals;
     std::vector<T> m_left;
     std::vector<Step> m_steps;
-    std::vector<PartPtr> m_fresh;    // the pieces of the chunks that are cut, in order
-    std::vector<Segment> m_segments; // of the chunk at hand
-    std::vector<int> m_places;       // in it, of those that come
+    std::vector<PartPtr> m_fresh; // the pieces of the chunks that are cut, in order
+    std::vector<Traces> m_traces; // one for each thread
+    std::optional<Concurrently::Crew> m_crew;
     QVector<typename PartitionList::Part *> m_parts; // the list's to be, when chunks are cut
 };
 
@@ -113,8 +128,14 @@ void PartitionList<T>::Exchange::plan()
                                               pieceStart(step.total, step.pieces, j)));
         added += isNew ? step.pieces : step.pieces - 1;
     }
-    m_segments.reserve(size_t(most) + 1);
-    m_places.reserve(size_t(most));
+    const bool isShared = m_fresh.empty() && m_steps.size() >= size_t(kManySteps);
+    m_traces.resize(isShared ? kThreads : 1);
+    for (Traces &traces : m_traces) {
+        traces.segments.reserve(size_t(most) + 1);
+        traces.places.reserve(size_t(most));
+    }
+    if (isShared)
+        m_crew.emplace();
     if (!m_fresh.empty()) {
         m_parts.reserve(m_list.m_parts.size() + added);
         m_list.m_starts.reserve(size_t(m_parts.capacity()));
@@ -137,24 +158,64 @@ int PartitionList<T>::Exchange::piecesOf(const Step &step) const
 template<class T>
 std::vector<T> PartitionList<T>::Exchange::run() noexcept
 {
+    takeLeaving();
+    if (m_fresh.empty())
+        rearrangeAll();
+    else
+        cut();
+    m_list.dropEmpty();
+    return std::move(m_left);
+}
+
+template<class T>
+void PartitionList<T>::Exchange::takeLeaving() noexcept
+{
     for (const Step &step : m_steps) {
         for (int l = step.leavingFirst; l < step.leavingLast; ++l) {
             const int offset = m_leaving[size_t(l)] - m_list.partStart(step.part);
             Relocate::replace(&m_left[size_t(l)], m_list.part(step.part).begin + offset, 1);
         }
     }
+}
+
+/// Each chunk keeps what is in it: threads may take different ones.
+template<class T>
+void PartitionList<T>::Exchange::rearrangeAll() noexcept
+{
+    const auto work = [](void *context, int thread) {
+        Exchange &exchange = *static_cast<Exchange *>(context);
+        const size_t threads = exchange.m_traces.size();
+        const size_t steps = exchange.m_steps.size();
+        Traces &traces = exchange.m_traces[size_t(thread)];
+        for (size_t i = steps * size_t(thread) / threads; i < steps * size_t(thread + 1) / threads;
+             ++i) {
+            exchange.trace(exchange.m_steps[i], traces);
+            exchange.rearrange(exchange.m_steps[i], traces);
+        }
+    };
+    if (m_traces.size() == 1)
+        work(this, 0);
+    else
+        Concurrently::share(int(m_traces.size()), work, this);
+}
+
+/// Some chunks become several.
+template<class T>
+void PartitionList<T>::Exchange::cut() noexcept
+{
+    Traces &traces = m_traces.front();
     PartPtr *fresh = m_fresh.data();
     Entry from = m_list.m_parts.constData(); // entries before it stand in m_parts
     for (const Step &step : m_steps) {
         const bool isNew = step.part == m_list.partCount();
-        trace(step);
+        trace(step, traces);
         if (!isNew && step.pieces == 1) {
-            rearrange(step);
+            rearrange(step, traces);
             continue;
         }
         for (const Entry next = m_list.firstEntry() + step.part; from != next; ++from)
             m_parts.append(*from);
-        distribute(step, fresh);
+        distribute(step, traces, fresh);
         for (int j = 0; j < step.pieces; ++j) {
             (*fresh)->releaseTail();
             m_parts.append((fresh++)->release());
@@ -164,29 +225,25 @@ std::vector<T> PartitionList<T>::Exchange::run() noexcept
             delete *from++;
         }
     }
-    if (!m_fresh.empty()) {
-        for (; from != m_list.m_parts.constData() + m_list.m_parts.size(); ++from)
-            m_parts.append(*from);
-        m_list.m_parts.swap(m_parts);
-    }
-    m_list.dropEmpty();
-    return std::move(m_left);
+    for (; from != m_list.m_parts.constData() + m_list.m_parts.size(); ++from)
+        m_parts.append(*from);
+    m_list.m_parts.swap(m_parts);
 }
 
 /// Finds which handles of a chunk stay side by side, and the places of all that is in it
 /// afterwards.
 template<class T>
-void PartitionList<T>::Exchange::trace(const Step &step) noexcept
+void PartitionList<T>::Exchange::trace(const Step &step, Traces &traces) const noexcept
 {
-    m_segments.clear();
-    m_places.clear();
+    traces.segments.clear();
+    traces.places.clear();
     const int start = m_list.partStart(step.part);
     const int size = m_list.partStart(qMin(step.part + 1, m_list.partCount())) - start;
     int from = 0;
     int to = 0;
     const auto passTo = [&](int offset) {
         if (offset > from)
-            m_segments.push_back({from, offset - from, to});
+            traces.segments.push_back({from, offset - from, to});
         to += offset - from;
         from = offset;
     };
@@ -196,7 +253,7 @@ void PartitionList<T>::Exchange::trace(const Step &step) noexcept
         for (; l < step.leavingLast && m_leaving[size_t(l)] - start < offset; ++l, ++from)
             passTo(m_leaving[size_t(l)] - start);
         passTo(offset);
-        m_places.push_back(to++);
+        traces.places.push_back(to++);
     }
     for (; l < step.leavingLast; ++l, ++from)
         passTo(m_leaving[size_t(l)] - start);
@@ -206,7 +263,7 @@ void PartitionList<T>::Exchange::trace(const Step &step) noexcept
 /// By how much a chunk's first handle moves in its array: not at all, or so that the last one
 /// stays, whichever moves fewer handles, if there is room.
 template<class T>
-int PartitionList<T>::Exchange::shiftOf(const Step &step) const noexcept
+int PartitionList<T>::Exchange::shiftOf(const Step &step, const Traces &traces) const noexcept
 {
     const Part &part = m_list.part(step.part);
     const int room = int(part.begin - part.array);
@@ -215,7 +272,7 @@ int PartitionList<T>::Exchange::shiftOf(const Step &step) const noexcept
     };
     const auto moved = [&](int shift) {
         int handles = 0;
-        for (const Segment &segment : m_segments)
+        for (const Segment &segment : traces.segments)
             handles += segment.to + shift != segment.from ? segment.size : 0;
         return handles;
     };
@@ -228,23 +285,23 @@ int PartitionList<T>::Exchange::shiftOf(const Step &step) const noexcept
 /// Moves a chunk's handles within it. Segments that go down move first, in ascending order, then
 /// those that go up, in descending order: no segment lands on one that has not moved yet.
 template<class T>
-void PartitionList<T>::Exchange::rearrange(const Step &step) noexcept
+void PartitionList<T>::Exchange::rearrange(const Step &step, const Traces &traces) noexcept
 {
     Part &part = m_list.chunk(step.part);
-    const int shift = shiftOf(step);
+    const int shift = shiftOf(step, traces);
     const T *const from = part.begin;
     T *const to = part.begin + shift;
-    for (auto segment = m_segments.begin(); segment != m_segments.end(); ++segment) {
+    for (auto segment = traces.segments.begin(); segment != traces.segments.end(); ++segment) {
         if (segment->to + shift < segment->from)
             Relocate::move(to + segment->to, from + segment->from, segment->size);
     }
-    for (auto segment = m_segments.rbegin(); segment != m_segments.rend(); ++segment) {
+    for (auto segment = traces.segments.rbegin(); segment != traces.segments.rend(); ++segment) {
         if (segment->to + shift > segment->from)
             Relocate::move(to + segment->to, from + segment->from, segment->size);
     }
     for (int a = step.firstArrival; a < step.lastArrival; ++a) {
         T *const item = itemOf(m_arrivals[size_t(a)]);
-        Relocate::move(to + m_places[size_t(a - step.firstArrival)], item, 1);
+        Relocate::move(to + traces.places[size_t(a - step.firstArrival)], item, 1);
         Relocate::makeEmpty(item, 1);
     }
     part.begin = to;
@@ -253,7 +310,8 @@ void PartitionList<T>::Exchange::rearrange(const Step &step) noexcept
 
 /// Moves a chunk's handles, and what comes, to the pieces that it is cut into.
 template<class T>
-void PartitionList<T>::Exchange::distribute(const Step &step, PartPtr *pieces) noexcept
+void PartitionList<T>::Exchange::distribute(const Step &step, const Traces &traces,
+                                            PartPtr *pieces) noexcept
 {
     int piece = 0;
     const auto pieceEnd = [&] { return pieceStart(step.total, step.pieces, piece + 1); };
@@ -272,14 +330,14 @@ void PartitionList<T>::Exchange::distribute(const Step &step, PartPtr *pieces) n
         }
     };
     const T *const old = step.part < m_list.partCount() ? m_list.part(step.part).begin : nullptr;
-    auto segment = m_segments.begin();
+    auto segment = traces.segments.begin();
     for (int a = step.firstArrival; a < step.lastArrival; ++a) {
-        for (; segment != m_segments.end() && segment->to == next; ++segment)
+        for (; segment != traces.segments.end() && segment->to == next; ++segment)
             put(old + segment->from, segment->size);
         T *const item = itemOf(m_arrivals[size_t(a)]);
         put(item, 1);
         Relocate::makeEmpty(item, 1);
     }
-    for (; segment != m_segments.end(); ++segment)
+    for (; segment != traces.segments.end(); ++segment)
         put(old + segment->from, segment->size);
 }

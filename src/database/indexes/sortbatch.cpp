@@ -1,10 +1,12 @@
 #include "database/indexes/sortbatch.h"
 
 #include "database/indexes/concurrentsort.h"
-#include "database/indexes/digestsort.h"
 #include "database/indexes/sortaid.h"
+#include "database/indexes/spreadsort.h"
+#include "database/services/concurrently.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace
 {
@@ -54,16 +56,34 @@ void SortBatch::askFilter()
         return;
     // Rows already hold their new values. Where preprocess() has not seen them and they need other
     // digests, the signposts mean nothing any more.
-    bool changed = aid->learn(m_updated);
+    const bool covers = readDigests(*aid);
+    bool changed = !covers && aid->learn(m_updated);
     changed |= aid->learn(m_inserted);
     if (changed)
         aid->guide.clear();
     if (!aid->guides())
         return;
     m_aid = aid;
-    m_digests.reserve(size_t(m_updated.size()));
-    for (const Record &record : m_updated)
-        m_digests.push_back(aid->key(record.row()));
+    if (changed || !covers)
+        readDigests(*aid);
+}
+
+// The updated records' digests. Returns whether there are such of all of them.
+bool SortBatch::readDigests(const SortAid &aid)
+{
+    m_digests.resize(size_t(m_updated.size()));
+    std::atomic<bool> covers{true};
+    Concurrently::forStretches(m_updated.size(), [&](int first, int last) {
+        bool all = true;
+        for (int i = first; i < last; ++i) {
+            if (i + kAhead < last)
+                aid.key.prefetchWhole(m_updated.at(i + kAhead).row());
+            all &= aid.key.read(m_updated.at(i).row(), &m_digests[size_t(i)]);
+        }
+        if (!all)
+            covers = false;
+    });
+    return covers;
 }
 
 // Positions ---------------------------------------------------------------------------------------
@@ -283,59 +303,76 @@ void SortBatch::gatherPending()
             leftOf[size_t(affected.update)] = int(m_leaving.size());
         m_leaving.push_back(affected.position);
     }
-    m_pending.reserve(m_new.size() + size_t(m_updated.size()));
-    for (const Record *record : m_new)
-        m_pending.push_back({m_aid ? m_aid->key(record->row()) : 0, record->row(), -1, 0});
-    for (int i = 0; i < m_updated.size(); ++i) {
-        const bool outside = m_finds.found[size_t(m_removed.size() + i)].position == -1;
-        if (m_accepted[size_t(i)] && (outside || leftOf[size_t(i)] != -1))
-            m_pending.push_back(
-                {m_aid ? m_digests[size_t(i)] : 0, m_updated.at(i).row(), leftOf[size_t(i)], 0});
-    }
+    const auto comes = [&](int update) {
+        const bool outside = m_finds.found[size_t(m_removed.size() + update)].position == -1;
+        return m_accepted[size_t(update)] && (outside || leftOf[size_t(update)] != -1);
+    };
     if (m_aid)
-        sortPending();
+        gatherByDigests(leftOf, comes);
     else
-        ConcurrentSort::stableSortHelper(
-            m_pending.begin(), m_pending.end(),
-            [this](const Pending &a, const Pending &b) { return m_index.compare(a, b) < 0; });
+        gatherByComparing(leftOf, comes);
+    std::vector<const Record *>().swap(m_new); // what comes next takes the memory
 }
 
-// By way of small items: those of a large batch are moved several times.
-void SortBatch::sortPending()
+// Sorts small items that stand for the records, as those of a large batch are moved several times.
+template<class Comes>
+void SortBatch::gatherByDigests(const std::vector<int> &leftOf, Comes comes)
 {
     struct Ranked {
         quint64 digest;
-        int number;
+        int number; // of the new records, then the updated ones
+    };
+    const int arrivals = int(m_new.size());
+    const auto recordOf = [&](const Ranked &each) -> const Record & {
+        return each.number < arrivals ? *m_new[size_t(each.number)]
+                                      : m_updated.at(each.number - arrivals);
     };
     std::vector<Ranked> ranked;
-    ranked.reserve(m_pending.size());
-    for (const Pending &pending : m_pending)
-        ranked.push_back({pending.digest, int(ranked.size())});
-    std::vector<Ranked> buffer;
-    sortByDigests(
-        ranked, buffer,
-        [this](const Ranked &a, const Ranked &b) {
-            return m_index.compare(m_pending[size_t(a.number)], m_pending[size_t(b.number)]) < 0;
-        },
-        [this](const Ranked &each) { m_aid->key.prefetch(m_pending[size_t(each.number)].row); });
-    std::vector<Pending> sorted;
-    sorted.reserve(m_pending.size());
-    for (const Ranked &each : ranked)
-        sorted.push_back(m_pending[size_t(each.number)]);
-    m_pending.swap(sorted);
+    ranked.reserve(m_new.size() + m_leaving.size());
+    for (const Record *record : m_new)
+        ranked.push_back({m_aid->key(record->row()), int(ranked.size())});
+    for (int i = 0; i < m_updated.size(); ++i) {
+        if (comes(i))
+            ranked.push_back({m_digests[size_t(i)], arrivals + i});
+    }
+    spreadByDigests(ranked, [&](const Ranked &a, const Ranked &b) {
+        return m_index.compare(recordOf(a), recordOf(b)) < 0;
+    });
+    m_pending.reserve(ranked.size());
+    for (const Ranked &each : ranked) {
+        const int left = each.number < arrivals ? -1 : leftOf[size_t(each.number - arrivals)];
+        m_pending.push_back({each.digest, recordOf(each).row(), left, 0});
+    }
+}
+
+template<class Comes>
+void SortBatch::gatherByComparing(const std::vector<int> &leftOf, Comes comes)
+{
+    m_pending.reserve(m_new.size() + m_leaving.size());
+    for (const Record *record : m_new)
+        m_pending.push_back({0, record->row(), -1, 0});
+    for (int i = 0; i < m_updated.size(); ++i) {
+        if (comes(i))
+            m_pending.push_back({0, m_updated.at(i).row(), leftOf[size_t(i)], 0});
+    }
+    ConcurrentSort::stableSortHelper(
+        m_pending.begin(), m_pending.end(),
+        [this](const Pending &a, const Pending &b) { return m_index.compare(a, b) < 0; });
 }
 
 // The list changes --------------------------------------------------------------------------------
 
 void SortBatch::apply()
 {
-    std::vector<PartitionList<Record>::Arrival> arrivals;
-    arrivals.reserve(m_pending.size());
-    for (const Pending &pending : m_pending)
-        arrivals.push_back(
-            {pending.position, pending.left, pending.left == -1 ? Record(pending.row) : Record()});
-    // Dropped when signposts and list agree again.
-    const std::vector<Record> left = m_index.m_list.exchange(m_leaving, arrivals);
+    std::vector<Record> left; // dropped when signposts and list agree again
+    {
+        std::vector<PartitionList<Record>::Arrival> arrivals;
+        arrivals.reserve(m_pending.size());
+        for (const Pending &pending : m_pending)
+            arrivals.push_back({pending.position, pending.left,
+                                pending.left == -1 ? Record(pending.row) : Record()});
+        left = m_index.m_list.exchange(m_leaving, arrivals);
+    }
     moveSignposts();
 }
 

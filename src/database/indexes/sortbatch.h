@@ -63,6 +63,7 @@ private:
     const Record &batchRecord(int slot) const;
     bool notesHold() const;
     void askFilter();
+    bool readDigests(const SortAid &aid);
     void locate();
     void collectAffected();
     void decide();
@@ -73,7 +74,10 @@ private:
     int compare(const Record &a, const Record &b) const;
     bool inOrder(const Affected &affected) const;
     void gatherPending();
-    void sortPending();
+    template<class Comes>
+    void gatherByDigests(const std::vector<int> &leftOf, Comes comes);
+    template<class Comes>
+    void gatherByComparing(const std::vector<int> &leftOf, Comes comes);
     void findPlaces();
     void apply();
     void moveSignposts();

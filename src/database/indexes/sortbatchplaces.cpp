@@ -2,11 +2,13 @@
 
 #include "database/indexes/sortaid.h"
 #include "database/indexes/sortbatch.h"
+#include "database/services/concurrently.h"
 
 #include <algorithm>
 #include <optional>
 
-/// Finds places among the records that stay, for records in ascending order.
+/// Finds places among the records that stay, for records in ascending order. Looks and changes
+/// nothing but their positions, so that several may be at work on a batch.
 class SortBatch::PlaceFinder
 {
 public:
@@ -20,30 +22,23 @@ public:
             m_walk.emplace(m_aid->guide);
     }
 
-    void run()
+    /// Searches for the places of some of those that come.
+    void find(Pending *first, Pending *last)
     {
-        std::vector<Pending> &pending = m_batch.m_pending;
-        if (m_aid && pending.size() > size_t(m_list.count() / kMergedShare)) {
-            mergeAll(pending);
+        if (!m_aid) {
+            std::for_each(first, last, [this](Pending &each) { findAnywhere(each); });
             return;
         }
-        for (size_t i = 0; i < pending.size(); i += kTile) {
-            const size_t n = qMin(pending.size() - i, size_t(kTile));
-            if (m_aid)
-                findGuided(&pending[i], n);
-            else
-                std::for_each_n(&pending[i], n, [this](Pending &each) { findAnywhere(each); });
-        }
+        for (; first != last; first += qMin(last - first, std::ptrdiff_t(kTile)))
+            findGuided(first, size_t(qMin(last - first, std::ptrdiff_t(kTile))));
     }
 
 private:
     // Searches that go on side by side, so that the rows of all of them are on their way at once.
     static constexpr int kTile = 32;
-    // Records whose rows are asked for ahead of their turn.
-    static constexpr int kAhead = 12;
     static constexpr int kShort = 64;
-    // Where more than one record comes for so many that are there, all are gone through.
-    static constexpr int kMergedShare = 8;
+
+    using Leaver = std::vector<int>::const_iterator;
 
     /// A search among the positions of a range.
     struct Search {
@@ -55,41 +50,20 @@ private:
         bool isBehind;         // whether one was found that it comes behind
     };
 
-    void mergeAll(std::vector<Pending> &pending) const
-    {
-        auto next = pending.begin();
-        auto leaver = m_leaving.begin();
-        auto ahead = m_list.begin();
-        for (int i = 0; i < kAhead && ahead != m_list.end(); ++i)
-            m_aid->key.prefetch((ahead++)->row());
-        int position = 0;
-        for (auto record = m_list.begin(); record != m_list.end(); ++record, ++position) {
-            if (ahead != m_list.end())
-                m_aid->key.prefetch((ahead++)->row());
-            if (leaver != m_leaving.end() && *leaver == position) {
-                ++leaver;
-                continue;
-            }
-            for (; next != pending.end() && compare(*record, *next) > 0; ++next)
-                next->position = position;
-            if (next == pending.end())
-                return;
-        }
-        for (; next != pending.end(); ++next)
-            next->position = m_list.count();
-    }
-
     /// The nearest record at a position or before it, down to \p first, that stays; null if there
     /// is none. Along the list the answers of a search about those change once.
     const Record *stayerUpTo(int position, int first) const
     {
-        const auto leaver = std::lower_bound(m_leaving.begin(), m_leaving.end(), position);
+        const Leaver leaver = leaverFrom(position);
         if (leaver != m_leaving.end() && *leaver == position)
             position -= int(leaver - firstOfRun(leaver)) + 1;
         return position >= first ? &m_list.at(position) : nullptr;
     }
+    Leaver leaverFrom(int position) const
+    {
+        return std::lower_bound(m_leaving.begin(), m_leaving.end(), position);
+    }
     // Those that leave side by side: along a run, positions rise as the places in the list do.
-    using Leaver = std::vector<int>::const_iterator;
     Leaver firstOfRun(Leaver leaver) const
     {
         const int *const base = m_leaving.data();
@@ -124,7 +98,7 @@ private:
     }
     const Record *stayerFrom(int position) const
     {
-        const auto leaver = std::lower_bound(m_leaving.begin(), m_leaving.end(), position);
+        const Leaver leaver = leaverFrom(position);
         if (leaver != m_leaving.end() && *leaver == position)
             position += int(endOfRun(leaver) - leaver);
         return position < m_list.count() ? &m_list.at(position) : nullptr;
@@ -165,6 +139,8 @@ private:
         Search searches[kTile];
         for (size_t i = 0; i < n; ++i) {
             const SortGuide::Range range = m_walk->range(pending[i].digest);
+            if (m_done == 0 && i == 0) // others may have found places for those before
+                m_leaver = size_t(leaverFrom(range.first) - m_leaving.begin());
             while (m_leaver < m_leaving.size() && m_leaving[m_leaver] < range.first)
                 ++m_leaver;
             const Record *const stretch = m_list.stretch(range.first, range.last);
@@ -229,5 +205,16 @@ private:
 
 void SortBatch::findPlaces()
 {
-    PlaceFinder(*this).run();
+    if (!m_aid) {
+        PlaceFinder(*this).find(m_pending.data(), m_pending.data() + m_pending.size());
+        return;
+    }
+    Concurrently::forStretches(int(m_pending.size()), [this](int first, int last) {
+        PlaceFinder(*this).find(m_pending.data() + first, m_pending.data() + last);
+    });
+    // Several positions mean the same place where records between them leave: each stretch may have
+    // begun with another one than the stretch before it ended with.
+    int position = 0;
+    for (Pending &pending : m_pending)
+        position = pending.position = qMax(pending.position, position);
 }

@@ -74,6 +74,11 @@ int RecordsTrans::lastColumn() const
 
 // Entries ----------------------------------------------------------------------------------------
 
+int RecordsTrans::size() const
+{
+    return m_arrivals ? m_arrivals->entries().size() : m_ops.size();
+}
+
 // Where a new key goes first; null when it goes into the maps.
 ArrivalList *RecordsTrans::arrivals()
 {

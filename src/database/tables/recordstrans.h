@@ -122,6 +122,7 @@ private:
         QList<Record> inserted, removed, updated, changed;
     };
 
+    int size() const; // entries
     ArrivalList *arrivals();
     bool arrives(const Record &record, Kind kind, const Record &change);
     void settle();

@@ -140,8 +140,7 @@ public:
     void processSingleTransaction(RecordsTrans &transaction);
     /// The passes over the indexes; \p removed grows by what an IndexLimit drops.
     void processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
-                                  int last, const QList<Record> &inserted,
-                                  const QList<Record> &changed);
+                                  int last, const QList<Record> &inserted, QList<Record> changed);
     /// 0 idle, 1 while the secondary indexes preprocess, 2 while they process.
     int transactionState() const;
 

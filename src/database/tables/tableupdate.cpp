@@ -11,9 +11,13 @@
 #include "database/tables/tableprivate.h"
 
 #include <optional>
+#include <utility>
 
 namespace
 {
+
+// From so many rows on a batch is worth waking other threads for.
+constexpr int kSideBySide = 512;
 
 // Copies columns of the i-th row of one list to the i-th of the other. Rows lie anywhere in memory,
 // so they are asked for some steps ahead.
@@ -254,17 +258,19 @@ void Table::complete(const QList<Record> &updated, const QList<Record> &values, 
 void Table::processSingleTransaction(RecordsTrans &transaction)
 {
     const QPair<int, int> columns = transaction.columns();
+    std::optional<Concurrently::Crew> crew;
+    if (transaction.size() >= kSideBySide) {
+        crew.emplace();
+        crew->call(); // they wake up while the batch is sorted
+    }
     // Emptied before the passes: whatever an index throws, the batch is spent.
     RecordsTrans::Lists lists = transaction.take();
     processSingleTransaction(lists.removed, lists.updated, columns.first, columns.second,
-                             lists.inserted, lists.changed);
+                             lists.inserted, std::move(lists.changed));
 }
 
 namespace
 {
-
-// From so many rows on a batch is worth waking other threads for.
-constexpr int kSideBySide = 512;
 
 // The rows of a batch that indexes may take side by side, or none: where rows come, what indexes
 // allocate is there to stay, and threads would take it from memory of their own each.
@@ -275,18 +281,27 @@ int rowsToShare(const QList<Record> &removed, const QList<Record> &updated,
 }
 
 /// Takes a batch of so many rows to every secondary index: in the order of registration, but
-/// independent ones that follow each other side by side. \p pass must bear what call throws.
-template<class Pass, class Call>
-void toEachIndex(TablePrivate &table, int rows, Pass pass, Call call)
+/// independent ones that follow each other side by side. Does something else meanwhile, \p beside,
+/// that no index depends on. \p pass must bear what call throws.
+template<class Pass, class Call, class Beside>
+void toEachIndex(TablePrivate &table, int rows, Pass pass, Call call, Beside beside)
 {
     std::vector<Index *> together;
+    bool isBesideDone = false;
     const auto takeTogether = [&] {
         if (together.size() == 1)
             pass([&] { call(together.front()); });
         else if (!together.empty())
             pass([&] {
-                const auto each = [&](int i) { call(together[size_t(i)]); };
-                Concurrently::forEach(int(together.size()), each, Concurrently::share);
+                const int n = int(together.size());
+                const auto each = [&](int i) {
+                    if (i < n)
+                        call(together[size_t(i)]);
+                    else
+                        beside();
+                };
+                const int more = std::exchange(isBesideDone, true) ? 0 : 1;
+                Concurrently::forEach(n + more, each, Concurrently::share);
             });
         together.clear();
     };
@@ -300,13 +315,14 @@ void toEachIndex(TablePrivate &table, int rows, Pass pass, Call call)
         pass([&] { call(index); });
     }
     takeTogether();
+    if (!isBesideDone)
+        beside();
 }
 
 } // namespace
 
 void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
-                                     int last, const QList<Record> &inserted,
-                                     const QList<Record> &changed)
+                                     int last, const QList<Record> &inserted, QList<Record> changed)
 {
     if (auto *limit = dynamic_cast<IndexLimit *>(d->limit))
         limit->toRemove(inserted.size() - removed.size(), removed, updated);
@@ -316,12 +332,18 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
         ~StateGuard() { state = 0; }
     } guard{d->transactionState};
 
+    std::optional<Concurrently::Crew> crew;
+    if (removed.size() + updated.size() + inserted.size() >= kSideBySide) {
+        crew.emplace();
+        crew->call();
+    }
     d->transactionState = 1;
     complete(updated, changed, first, last, inserted);
     const int rows = rowsToShare(removed, updated, inserted);
     toEachIndex(
         *d, rows, [](const auto &step) { step(); },
-        [&](Index *index) { index->preprocess(removed, updated, first, last, inserted, changed); });
+        [&](Index *index) { index->preprocess(removed, updated, first, last, inserted, changed); },
+        [] {});
 
     copyRows(updated, changed, ColumnSpan(d->columns, d->dataLength, first, last));
 
@@ -330,7 +352,8 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     d->transactionState = 2;
     toEachIndex(
         *d, rows, [&](const auto &step) { error.run(step); },
-        [&](Index *index) { index->process(removed, updated, first, last, inserted); });
+        [&](Index *index) { index->process(removed, updated, first, last, inserted); },
+        [&] { changed.clear(); }); // which frees a block for each row
     error.rethrow();
 }
 

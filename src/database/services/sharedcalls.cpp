@@ -2,6 +2,7 @@
 #include "database/services/threadannotations.h"
 
 #include <QtCore/qrunnable.h>
+#include <QtCore/qtextcodec.h>
 #include <QtCore/qthreadpool.h>
 
 #include <algorithm>
@@ -26,6 +27,20 @@ private:
     using Clock = std::chrono::steady_clock;
 
     Clock::time_point m_start = Clock::now();
+};
+
+/// Lets a program without an application object end at any time: a thread of the pool that has just
+/// been started sets up Qt's text codecs, and hangs when exit tears them down meanwhile. Whatever
+/// was there before an object of static lifetime is torn down after it.
+class OrderlyExit
+{
+public:
+    OrderlyExit()
+    {
+        QTextCodec::codecForLocale();
+        QThreadPool::globalInstance();
+    }
+    ~OrderlyExit() { QThreadPool::globalInstance()->waitForDone(); }
 };
 
 // Of the work of one batch there is not enough for more.
@@ -124,6 +139,7 @@ void Concurrently::Crew::State::share(int n, void (*work)(void *context, int i),
 
 void Concurrently::Crew::State::callHelpers(int calls)
 {
+    static const OrderlyExit orderlyExit;
     QThreadPool *const pool = QThreadPool::globalInstance();
     const int wanted = std::min({calls, pool->maxThreadCount(), kMostThreads}) - 1;
     const std::lock_guard<std::mutex> lock(m_mutex);

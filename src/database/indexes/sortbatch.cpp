@@ -78,7 +78,7 @@ bool SortBatch::readDigests(const SortAid &aid)
         for (int i = first; i < last; ++i) {
             if (i + kAhead < last)
                 aid.key.prefetchWhole(m_updated.at(i + kAhead).row());
-            all &= aid.key.read(m_updated.at(i).row(), &m_digests[size_t(i)]);
+            all &= aid.key.covers(m_updated.at(i).row(), &m_digests[size_t(i)]);
         }
         if (!all)
             covers = false;

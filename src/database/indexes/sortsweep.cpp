@@ -147,7 +147,7 @@ void SortSweep::lookAt(int n, RecordAt recordAt, Look look)
 void SortSweep::readDigest(const Record &record, quint64 *digest)
 {
     SortAid *const aid = m_index.m_aid.get();
-    if (!aid || !aid->key.isOn() || aid->key.read(record.row(), digest))
+    if (!aid || !aid->key.isOn() || aid->key.covers(record.row(), digest))
         return;
     aid->key.learn(record.row());
     aid->guide.clear(); // its digests may not be those of the key any more

@@ -40,7 +40,11 @@ public:
         QTextCodec::codecForLocale();
         QThreadPool::globalInstance();
     }
-    ~OrderlyExit() { QThreadPool::globalInstance()->waitForDone(); }
+    ~OrderlyExit()
+    {
+        if (QThreadPool *const pool = QThreadPool::globalInstance()) // null once it is gone
+            pool->waitForDone();
+    }
 };
 
 // Of the work of one batch there is not enough for more.

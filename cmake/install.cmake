@@ -14,6 +14,7 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/sortguide.h
     indexes/sortkey.h
     indexes/sortsweep.h
+    indexes/spreadsort.h
     indexes/tablelocker.h
     joins/joincells.h
     joins/joinchunks.h

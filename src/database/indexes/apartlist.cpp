@@ -1,5 +1,7 @@
 #include "database/indexes/apartlist.h"
 
+#include "database/services/concurrently.h"
+
 #if defined(Q_OS_LINUX)
 #include <sys/mman.h>
 #include <unistd.h>
@@ -17,4 +19,14 @@ void Relocate::releasePages(void *from, void *to) noexcept
     Q_UNUSED(from)
     Q_UNUSED(to)
 #endif
+}
+
+void Relocate::share(int n, void (*work)(void *context, int i), void *context) noexcept
+{
+    try {
+        Concurrently::share(n, work, context);
+    } catch (const std::bad_alloc &) { // before the first call
+        for (int i = 0; i < n; ++i)
+            work(context, i);
+    }
 }

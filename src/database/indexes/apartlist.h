@@ -41,6 +41,10 @@ void replace(T *to, const T *from, int n) noexcept
 /// lose their contents and their memory until they are written again.
 DATABASE_EXPORT void releasePages(void *from, void *to) noexcept;
 
+/// Calls \p work(context, i) for i = 0..n - 1, on several threads where some are at hand, and
+/// returns when all calls have ended. work must not throw.
+DATABASE_EXPORT void share(int n, void (*work)(void *context, int i), void *context) noexcept;
+
 /// Fills n places that hold no handle with empty ones.
 template<class T>
 void makeEmpty(T *at, int n) noexcept

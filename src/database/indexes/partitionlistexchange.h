@@ -4,9 +4,6 @@
 // partitionlist.h.
 
 #include "database/indexes/partitionlist.h"
-#include "database/services/concurrently.h"
-
-#include <optional>
 
 /// One exchange. Everything that may fail is done while the list is still as it was: plan() finds
 /// what happens to which chunk and gets all memory, run() moves handles.
@@ -70,7 +67,6 @@ private:
     std::vector<Step> m_steps;
     std::vector<PartPtr> m_fresh; // the pieces of the chunks that are cut, in order
     std::vector<Traces> m_traces; // one for each thread
-    std::optional<Concurrently::Crew> m_crew;
     QVector<typename PartitionList::Part *> m_parts; // the list's to be, when chunks are cut
 };
 
@@ -134,8 +130,6 @@ void PartitionList<T>::Exchange::plan()
         traces.segments.reserve(size_t(most) + 1);
         traces.places.reserve(size_t(most));
     }
-    if (isShared)
-        m_crew.emplace();
     if (!m_fresh.empty()) {
         m_parts.reserve(m_list.m_parts.size() + added);
         m_list.m_starts.reserve(size_t(m_parts.capacity()));
@@ -196,7 +190,7 @@ void PartitionList<T>::Exchange::rearrangeAll() noexcept
     if (m_traces.size() == 1)
         work(this, 0);
     else
-        Concurrently::share(int(m_traces.size()), work, this);
+        Relocate::share(int(m_traces.size()), work, this);
 }
 
 /// Some chunks become several.

@@ -12,16 +12,41 @@ namespace
 
 #if defined(__linux__)
 
+constexpr size_t kPage = size_t(4) << 10;
 constexpr size_t kLargePage = size_t(2) << 20;
+constexpr size_t kMapped = size_t(256)
+                           << 10; // what malloc would keep afterwards is worth returning
 
-bool isLarge(size_t bytes)
+size_t roundedUp(size_t bytes, size_t unit)
 {
-    return bytes >= kLargePage;
+    return (bytes + unit - 1) / unit * unit;
 }
 
-size_t wholePages(size_t bytes)
+size_t mappedSize(size_t bytes)
 {
-    return (bytes + kLargePage - 1) / kLargePage * kLargePage;
+    return roundedUp(bytes, bytes < kLargePage ? kPage : kLargePage);
+}
+
+unsigned char *map(size_t size)
+{
+    void *const mapped =
+        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED)
+        throw std::bad_alloc();
+    return static_cast<unsigned char *>(mapped);
+}
+
+// What lies before the first large page, and behind the last one, goes back.
+unsigned char *mapLargePages(size_t size)
+{
+    unsigned char *const first = map(size + kLargePage);
+    const size_t surplus = (kLargePage - reinterpret_cast<uintptr_t>(first)) % kLargePage;
+    unsigned char *const memory = first + surplus;
+    if (surplus > 0)
+        munmap(first, surplus);
+    munmap(memory + size, kLargePage - surplus);
+    madvise(memory, size, MADV_HUGEPAGE); // where there are none, small ones will do
+    return memory;
 }
 
 #endif
@@ -31,22 +56,8 @@ size_t wholePages(size_t bytes)
 void *ScratchMemory::allocate(size_t bytes)
 {
 #if defined(__linux__)
-    if (isLarge(bytes)) {
-        const size_t size = wholePages(bytes);
-        void *const mapped = mmap(nullptr, size + kLargePage, PROT_READ | PROT_WRITE,
-                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (mapped == MAP_FAILED)
-            throw std::bad_alloc();
-        // What lies before the first large page, and behind the last one, goes back.
-        auto *const first = static_cast<unsigned char *>(mapped);
-        const size_t surplus = (kLargePage - reinterpret_cast<uintptr_t>(first)) % kLargePage;
-        unsigned char *const memory = first + surplus;
-        if (surplus > 0)
-            munmap(first, surplus);
-        munmap(memory + size, kLargePage - surplus);
-        madvise(memory, size, MADV_HUGEPAGE); // where there are none, small ones will do
-        return memory;
-    }
+    if (bytes >= kMapped)
+        return bytes < kLargePage ? map(mappedSize(bytes)) : mapLargePages(mappedSize(bytes));
 #endif
     return ::operator new(bytes);
 }
@@ -54,8 +65,8 @@ void *ScratchMemory::allocate(size_t bytes)
 void ScratchMemory::release(void *memory, size_t bytes) noexcept
 {
 #if defined(__linux__)
-    if (isLarge(bytes)) {
-        munmap(memory, wholePages(bytes));
+    if (bytes >= kMapped) {
+        munmap(memory, mappedSize(bytes));
         return;
     }
 #endif

@@ -7,7 +7,8 @@
 ///
 /// The system clears fresh memory when it is touched first, page by page, which for arrays of many
 /// megabytes takes longer than what is done with them. So large ones lie in pages of their own, as
-/// large as the machine has them, and go back to the system at once.
+/// large as the machine has them, and go back to the system at once. Those of some hundred
+/// kilobytes do as well: malloc would keep what they leave free among the rows.
 namespace ScratchMemory
 {
 

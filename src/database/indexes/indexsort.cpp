@@ -204,7 +204,7 @@ void IndexSort::resortByDigests()
         keyed, buffer,
         [this](const Keyed &a, const Keyed &b) { return compare(a.handle, b.handle) < 0; },
         [this](const Keyed &each) {
-            m_aid->key.prefetch(static_cast<const Record &>(each.handle).row());
+            m_aid->key.prefetchWhole(static_cast<const Record &>(each.handle).row());
         });
     std::transform(keyed.begin(), keyed.end(), view.begin(),
                    [](const Keyed &each) { return each.handle; });

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <new>
+#include <utility>
 #include <vector>
 
 /// Memory for arrays that live for one call.
@@ -28,6 +30,17 @@ struct Allocator {
     }
     T *allocate(size_t n) { return static_cast<T *>(ScratchMemory::allocate(n * sizeof(T))); }
     void deallocate(T *memory, size_t n) noexcept { release(memory, n * sizeof(T)); }
+    /// resize() leaves what it adds as it is: whoever needs zeros says so by assign().
+    template<class U>
+    void construct(U *at) noexcept
+    {
+        ::new (static_cast<void *>(at)) U;
+    }
+    template<class U, class Value>
+    void construct(U *at, Value &&value)
+    {
+        ::new (static_cast<void *>(at)) U(std::forward<Value>(value));
+    }
     friend bool operator==(const Allocator &, const Allocator &) { return true; }
     friend bool operator!=(const Allocator &, const Allocator &) { return false; }
 };

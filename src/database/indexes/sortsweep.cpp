@@ -157,7 +157,7 @@ void SortSweep::readDigest(const Record &record, quint64 *digest)
 void SortSweep::lookAtList()
 {
     m_fates.resize(size_t(count()));
-    m_digests.resize(size_t(count()));
+    m_digests.assign(size_t(count()), 0);
     lookAt(
         count(), [this](int i) -> const Record & { return m_cursor.at(i); },
         [this](size_t i, const Record &record) {
@@ -299,7 +299,11 @@ void SortSweep::gatherMoving()
         return size_t(std::count(m_fates.begin(), m_fates.end(), what));
     };
     m_onlyMoves = m_coming.empty() && does(Leaves) == 0;
-    m_coming.reserve(m_coming.size() + does(Moves));
+    // Both as long as the list will be: they change places while they are sorted, and what is not
+    // touched costs nothing.
+    const size_t length = m_staying.size() + m_coming.size() + does(Moves);
+    m_coming.reserve(length);
+    m_newList.reserve(length);
     for (int position = 0; position < count(); ++position) {
         if (m_fates[size_t(position)] != Moves)
             continue;
@@ -316,7 +320,7 @@ void SortSweep::sortComing()
         return order != 0 ? order < 0 : a.source.number < b.source.number;
     };
     const auto askFor = [this](const Item &item) {
-        m_key->prefetch(atNumber(item.source.number).row());
+        m_key->prefetchWhole(atNumber(item.source.number).row());
     };
     if (m_key)
         sortByDigests(m_coming, m_newList, less, askFor);

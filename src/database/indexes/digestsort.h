@@ -57,6 +57,20 @@ void sortByDigests(Vector &items)
     sortByDigests(items, buffer);
 }
 
+/// Sorts items of one digest stably by \p less. Most are few, and a sort through a buffer would
+/// allocate for each of them.
+template<class It, class Less>
+void sortTies(It first, It last, Less less)
+{
+    constexpr std::ptrdiff_t kFew = 16;
+    if (last - first > kFew) {
+        std::stable_sort(first, last, less);
+        return;
+    }
+    for (It item = first; item != last; ++item)
+        std::rotate(std::upper_bound(first, item, *item, less), item, item + 1);
+}
+
 /// The same, and orders items of one digest by \p less, stably. \p askFor(item) is called some
 /// items ahead of the comparisons.
 template<class Vector, class Less, class AskFor>
@@ -76,7 +90,7 @@ void sortByDigests(Vector &items, Vector &buffer, Less less, AskFor askFor)
             sorted = sorted && !less(*last, last[-1]);
         }
         if (!sorted)
-            std::stable_sort(first, last, less);
+            sortTies(first, last, less);
         first = last;
     }
 }

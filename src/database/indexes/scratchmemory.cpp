@@ -14,8 +14,8 @@ namespace
 
 constexpr size_t kPage = size_t(4) << 10;
 constexpr size_t kLargePage = size_t(2) << 20;
-constexpr size_t kMapped = size_t(256)
-                           << 10; // what malloc would keep afterwards is worth returning
+// From here on, what malloc would keep afterwards is worth returning.
+constexpr size_t kMapped = size_t(256) << 10;
 
 size_t roundedUp(size_t bytes, size_t unit)
 {

@@ -66,7 +66,7 @@ void spreadByDigests(std::vector<T> &items, Less less)
     while ((first = std::adjacent_find(first, items.end(), tie)) != items.end()) {
         const auto last =
             std::find_if(first, items.end(), [&](const T &item) { return !tie(*first, item); });
-        std::stable_sort(first, last, less);
+        sortTies(first, last, less);
         first = last;
     }
 }

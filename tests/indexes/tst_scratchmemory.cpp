@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 
 namespace
 {
@@ -38,6 +39,21 @@ TEST(ScratchMemory, keepsItemsWhileAnArrayGrowsAndMoves)
     for (int i = 0; i < kItems; ++i)
         ASSERT_EQ(taken[size_t(i)], i);
     EXPECT_TRUE(items.empty());
+}
+
+TEST(ScratchMemory, isHandedOnWhileItIsKept)
+{
+    using Array = ScratchVector<unsigned char>;
+    constexpr size_t kBytes = 3 * kLargePage - 5;
+    std::optional<ScratchMemory::Keep> outer(std::in_place);
+    const unsigned char *place = Array(kBytes).data();
+    const ScratchMemory::Keep inner;
+    outer.reset(); // one is enough
+    const Array first(kBytes, 1);
+    const Array second(kBytes, 2);
+    const Array larger(kBytes + kLargePage, 3);
+    EXPECT_EQ(first.data(), place);
+    EXPECT_EQ(std::count(first.begin(), first.end(), 1), std::ptrdiff_t(kBytes));
 }
 
 TEST(ScratchMemory, saysThatThereIsNone)

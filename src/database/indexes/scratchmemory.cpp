@@ -1,6 +1,8 @@
 #include "database/indexes/scratchmemory.h"
 
 #include <cstdint>
+#include <limits>
+#include <mutex>
 #include <new>
 
 #if defined(__linux__)
@@ -22,9 +24,18 @@ size_t roundedUp(size_t bytes, size_t unit)
     return (bytes + unit - 1) / unit * unit;
 }
 
+// Of large pages so many that arrays of about the same length take the same. What is not touched
+// costs nothing.
 size_t mappedSize(size_t bytes)
 {
-    return roundedUp(bytes, bytes < kLargePage ? kPage : kLargePage);
+    if (bytes < kLargePage)
+        return roundedUp(bytes, kPage);
+    if (bytes > std::numeric_limits<size_t>::max() / 4)
+        throw std::bad_alloc();
+    size_t step = kLargePage;
+    while (step * 8 <= bytes)
+        step *= 2;
+    return roundedUp(bytes, step);
 }
 
 unsigned char *map(size_t size)
@@ -49,15 +60,89 @@ unsigned char *mapLargePages(size_t size)
     return memory;
 }
 
+/// Large arrays that wait for the next use. They hold the list of themselves.
+class KeptArrays
+{
+public:
+    void open()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        ++m_keepers;
+    }
+    void close() noexcept
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (--m_keepers > 0)
+            return;
+        while (Array *const array = m_first) {
+            m_first = array->next;
+            munmap(array, array->size);
+        }
+    }
+    /// One of that very size, or null.
+    void *take(size_t size)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (Array **place = &m_first; *place; place = &(*place)->next) {
+            Array *const array = *place;
+            if (array->size == size) {
+                *place = array->next;
+                return array;
+            }
+        }
+        return nullptr;
+    }
+    /// \return false when nobody keeps any
+    bool put(void *memory, size_t size) noexcept
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_keepers == 0)
+            return false;
+        m_first = ::new (memory) Array{m_first, size};
+        return true;
+    }
+
+private:
+    struct Array {
+        Array *next;
+        size_t size;
+    };
+
+    std::mutex m_mutex;
+    int m_keepers = 0;
+    Array *m_first = nullptr;
+};
+
+KeptArrays keptArrays; // destroys nothing: whoever keeps arrays lets go of them
+
 #endif
 
 } // namespace
 
+ScratchMemory::Keep::Keep()
+{
+#if defined(__linux__)
+    keptArrays.open();
+#endif
+}
+
+ScratchMemory::Keep::~Keep()
+{
+#if defined(__linux__)
+    keptArrays.close();
+#endif
+}
+
 void *ScratchMemory::allocate(size_t bytes)
 {
 #if defined(__linux__)
+    if (bytes >= kLargePage) {
+        const size_t size = mappedSize(bytes);
+        void *const kept = keptArrays.take(size);
+        return kept ? kept : mapLargePages(size);
+    }
     if (bytes >= kMapped)
-        return bytes < kLargePage ? map(mappedSize(bytes)) : mapLargePages(mappedSize(bytes));
+        return map(mappedSize(bytes));
 #endif
     return ::operator new(bytes);
 }
@@ -66,7 +151,9 @@ void ScratchMemory::release(void *memory, size_t bytes) noexcept
 {
 #if defined(__linux__)
     if (bytes >= kMapped) {
-        munmap(memory, mappedSize(bytes));
+        const size_t size = mappedSize(bytes);
+        if (bytes < kLargePage || !keptArrays.put(memory, size))
+            munmap(memory, size);
         return;
     }
 #endif

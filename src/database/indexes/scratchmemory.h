@@ -9,8 +9,11 @@
 ///
 /// The system clears fresh memory when it is touched first, page by page, which for arrays of many
 /// megabytes takes longer than what is done with them. So large ones lie in pages of their own, as
-/// large as the machine has them, and go back to the system at once. Those of some hundred
-/// kilobytes do as well: malloc would keep what they leave free among the rows.
+/// large as the machine has them, and go back to the system at once, or when nobody keeps them any
+/// more. Those of some hundred kilobytes do as well: malloc would keep what they leave free among
+/// the rows.
+///
+/// Threads: any.
 namespace ScratchMemory
 {
 
@@ -18,6 +21,18 @@ namespace ScratchMemory
 void *allocate(size_t bytes);
 /// \p bytes as in the call that allocated.
 void release(void *memory, size_t bytes) noexcept;
+
+/// As long as one lives, large arrays that are released are kept for those that are allocated next,
+/// by any thread: which then need not be cleared.
+class Keep
+{
+public:
+    Keep();
+    ~Keep();
+
+    Keep(const Keep &) = delete;
+    Keep &operator=(const Keep &) = delete;
+};
 
 template<class T>
 struct Allocator {

@@ -5,8 +5,10 @@
 #include <QtCore/qthreadpool.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <numeric>
 #include <set>
@@ -147,7 +149,7 @@ TEST(DigestSort, agreesWithAStableSort)
     };
     for (const char *order :
          {"rising", "falling", "falling, but for two", "few", "one", "random"}) {
-        for (const int n : {0, 1, 2, 100, 5000}) {
+        for (const int n : {0, 1, 2, 100, 5000, 20000}) { // the last by several threads
             for (const int ranks : {1, 10}) {
                 SCOPED_TRACE(testing::Message() << order << ", " << n << ", ranks " << ranks);
                 std::vector<Item> items, buffer;
@@ -159,9 +161,10 @@ TEST(DigestSort, agreesWithAStableSort)
                                      return std::tie(a.digest, a.rank) < std::tie(b.digest, b.rank);
                                  });
                 std::vector<int> asked(size_t(n), 0);
-                bool inTime = true;
+                std::atomic<bool> inTime{true};
                 const auto less = [&](const Item &a, const Item &b) {
-                    inTime &= asked[size_t(a.number)] == 1 && asked[size_t(b.number)] == 1;
+                    if (asked[size_t(a.number)] != 1 || asked[size_t(b.number)] != 1)
+                        inTime = false;
                     return a.rank < b.rank;
                 };
                 sortByDigests(items, buffer, less,
@@ -200,14 +203,19 @@ protected:
         for (QuoteSort *index : independent)
             index->setIndependent(true);
     }
-    void changeEverySecondRow()
+    /// In no order of keys or addresses. \return the pending rows
+    QList<Record> changeEverySecondRow()
     {
+        QList<Record> pending;
         RecordsTrans batch(&table);
-        for (int id = 0; id < kRows; id += 2) {
+        for (int i = 0; i < kRows; i += 2) {
+            const int id = int(qint64(i) * 7919 % kRows);
             RecordUpdater row = batch.updateRow(table.at(id));
             row.field(kPrice).setValue(1000 - id % 89);
+            pending.append(row.record());
         }
         batch.execute();
+        return pending;
     }
 
     static constexpr int kRows = 4000;
@@ -226,6 +234,19 @@ TEST_F(SideBySide, endUpAsOneAfterTheOther)
     for (const QuoteSort *index : independent)
         EXPECT_EQ(idsOf(*index), expected);
     EXPECT_TRUE(std::is_sorted(alone.begin(), alone.end(), IndexSort::LessThan(&alone)));
+}
+
+TEST_F(SideBySide, letGoOfTheRowsOfABatch)
+{
+    const auto counts = [](const auto &records) {
+        std::map<int, int> result;
+        for (const Record &record : records)
+            ++result[refCountOf(record)];
+        return result;
+    };
+    const std::map<int, int> before = counts(*table.masterIndex());
+    EXPECT_EQ(counts(changeEverySecondRow()), (std::map<int, int>{{1, kRows / 2}}));
+    EXPECT_EQ(counts(*table.masterIndex()), before);
 }
 
 TEST_F(SideBySide, oneThatThrowsKeepsTheBatchFromNobody)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "database/services/concurrently.h"
+
 #include <QtCore/qglobal.h>
 
 #include <algorithm>
@@ -16,7 +18,7 @@ template<class Vector>
 void sortByDigests(Vector &items, Vector &buffer)
 {
     constexpr size_t kFew = 2048; // below it, counting costs more than comparing
-    constexpr int kBits = 8;
+    constexpr int kBits = 11;
     constexpr size_t kValues = size_t(1) << kBits;
     using T = typename Vector::value_type;
     const auto rises = [](const T &a, const T &b) { return a.digest < b.digest; };
@@ -71,26 +73,47 @@ void sortTies(It first, It last, Less less)
         std::rotate(std::upper_bound(first, item, *item, less), item, item + 1);
 }
 
-/// The same, and orders items of one digest by \p less, stably. \p askFor(item) is called some
-/// items ahead of the comparisons.
+/// The same, and orders items of one digest by \p less, stably: a thread of those that share work
+/// (see Concurrently::share()) may take a part of them. \p askFor(item) is called some items ahead
+/// of the comparisons.
 template<class Vector, class Less, class AskFor>
 void sortByDigests(Vector &items, Vector &buffer, Less less, AskFor askFor)
 {
     constexpr std::ptrdiff_t kAhead = 16;
+    constexpr size_t kManyTies = 8192; // could be worth telling other threads
+    constexpr size_t kParts = 16;
     sortByDigests(items, buffer);
-    auto asked = items.begin();
-    for (auto first = items.begin(); first != items.end();) {
-        const auto digest = first->digest;
-        auto last = first + 1;
-        bool sorted = true; // mostly what shares a digest is equal, and in order already
-        for (; last != items.end() && last->digest == digest; ++last) {
-            for (asked = std::max(asked, first); asked != items.end() && asked - last < kAhead;
-                 ++asked)
-                askFor(*asked);
-            sorted = sorted && !less(*last, last[-1]);
+    const auto tie = [](const auto &a, const auto &b) { return a.digest == b.digest; };
+    const auto end = items.end();
+    const auto sortPart = [&](auto first, auto partEnd) {
+        auto asked = first;
+        while (first != partEnd) {
+            auto last = first + 1;
+            bool sorted = true; // mostly what shares a digest is equal, and in order already
+            for (; last != partEnd && tie(*last, *first); ++last) {
+                for (asked = std::max(asked, first); asked != partEnd && asked - last < kAhead;
+                     ++asked)
+                    askFor(*asked);
+                sorted = sorted && !less(*last, last[-1]);
+            }
+            if (!sorted)
+                sortTies(first, last, less);
+            first = last;
         }
-        if (!sorted)
-            sortTies(first, last, less);
-        first = last;
+    };
+    if (items.size() < kManyTies) {
+        sortPart(items.begin(), end);
+        return;
     }
+    std::array<decltype(items.begin()), kParts + 1> cuts; // none within a run of ties
+    cuts[0] = items.begin();
+    for (size_t i = 1; i <= kParts; ++i) {
+        cuts[i] = std::max(cuts[i - 1], items.begin() + std::ptrdiff_t(items.size() / kParts * i));
+        while (cuts[i] != items.begin() && cuts[i] != end && tie(*cuts[i], cuts[i][-1]))
+            ++cuts[i];
+    }
+    cuts[kParts] = end;
+    Concurrently::forEach(
+        int(kParts), [&](int i) { sortPart(cuts[size_t(i)], cuts[size_t(i) + 1]); },
+        Concurrently::share);
 }

@@ -2,6 +2,7 @@
 
 #include "database/indexes/concurrentsort.h"
 #include "database/indexes/digestsort.h"
+#include "database/services/concurrently.h"
 
 #include <algorithm>
 
@@ -90,7 +91,9 @@ void SortSweep::matchByRow()
             place = (place + 1) & mask;
         return place;
     };
-    std::vector<bool> isKnown(size_t(slots()), false); // in the list, or the same as an earlier one
+    // In the list, or the same as an earlier one.
+    ScratchVector<uchar> isKnown;
+    isKnown.assign(size_t(slots()), false);
     for (int slot = 0; slot < slots(); ++slot) {
         if (slot + kAhead < slots())
             prefetch(&table[homeOf(atSlot(slot + kAhead))]);
@@ -100,19 +103,23 @@ void SortSweep::matchByRow()
         else
             isKnown[size_t(slot)] = true;
     }
-    for (int position = 0; position < count(); ++position) {
-        // The place in the table first, then what it refers to.
-        if (position + 2 * kAhead < count())
-            prefetch(&table[homeOf(m_cursor.at(position + 2 * kAhead))]);
-        if (position + kAhead < count()) {
-            const int slot = table[homeOf(m_cursor.at(position + kAhead))];
-            prefetch(slot != -1 ? &atSlot(slot) : nullptr);
+    // No two positions have the same slot.
+    Concurrently::forStretches(count(), [&](int first, int last) {
+        Cursor cursor(m_index.m_list);
+        for (int position = first; position < last; ++position) {
+            // The place in the table first, then what it refers to.
+            if (position + 2 * kAhead < last)
+                prefetch(&table[homeOf(cursor.at(position + 2 * kAhead))]);
+            if (position + kAhead < last) {
+                const int slot = table[homeOf(cursor.at(position + kAhead))];
+                prefetch(slot != -1 ? &atSlot(slot) : nullptr);
+            }
+            const int slot = table[placeOf(cursor.at(position))];
+            m_slots[size_t(position)] = slot;
+            if (slot != -1)
+                isKnown[size_t(slot)] = true;
         }
-        const int slot = table[placeOf(m_cursor.at(position))];
-        m_slots[size_t(position)] = slot;
-        if (slot != -1)
-            isKnown[size_t(slot)] = true;
-    }
+    });
     for (int i = 0; i < m_updated.size(); ++i) {
         if (!isKnown[size_t(m_removed.size() + i)])
             m_coming.push_back({0, {{m_inserted.size() + i, -1}}});

@@ -12,6 +12,8 @@
 
 #include <map>
 #include <random>
+#include <set>
+#include <string>
 
 namespace
 {
@@ -346,25 +348,51 @@ TEST_P(FoldingRules, combineEveryTwoOperationsOnARow)
 
 INSTANTIATE_TEST_SUITE_P(Keys, FoldingRules, ::testing::Values(AsBytes, ByValue, ByOwnOrder));
 
-TEST(BatchLists, areInTheOrderOfKeysWithLongCommonBeginnings)
+// Many enough to be sorted by digests, which go by the keys that came first.
+TEST(BatchLists, areInTheOrderOfKeys)
 {
-    Table table(QStringLiteral("quotes"), QString());
-    table.addColumn(QStringLiteral("board"), FieldType::VarChar, 6, false);
-    table.addColumn(QStringLiteral("code"), FieldType::VarChar, 8, false);
-    table.setMasterIndex(new MasterIndex_Fast_Pure(&table, QStringList{"board", "code"}));
-    RecordsTrans batch(&table);
-    for (int i = 0; i < 500; ++i) {
-        const int number = i * 187 % 500; // every one once, in no order
-        const QString board = QStringLiteral("BOARD%1").arg(number % 3);
-        const QString code = QStringLiteral("OPTION%1").arg(number, 2, 36);
-        const Record row = newRow(table, {qPrintable(board), qPrintable(code)});
-        batch.insertRow(row);
-        EXPECT_EQ(batch.updateRow(row.clone()).record(), row); // the same key
+    constexpr int kOdd = 17000; // an entry whose board and code are unlike those before
+    const auto codeOf = [](const std::string &order, int i, int n) {
+        const int mixed = int(qint64(i) * 7919 % n); // each number once, in no order
+        if (order == "rising" || (order == "rising at first" && i < n * 9 / 10))
+            return i;
+        return order == "falling" ? n - i : order == "rising at first" ? n + n - i : mixed;
+    };
+    for (const KeyKind kind : {AsBytes, ByValue}) {
+        Table table(QStringLiteral("quotes"), QString());
+        table.addColumn(QStringLiteral("board"), FieldType::VarChar, 6, kind == ByValue);
+        table.addColumn(QStringLiteral("code"), FieldType::VarChar, 12, false);
+        table.setMasterIndex(newMaster(table, {"board", "code"}, kind));
+        for (const char *order : {"rising", "rising at first", "falling", "mixed"}) {
+            for (const int n : {1, 500, 20000}) {
+                SCOPED_TRACE(testing::Message() << order << ", " << n << ", kind " << kind);
+                RecordsTrans batch(&table);
+                std::set<const uchar *> entered;
+                for (int i = 0; i < n; ++i) {
+                    const QString board = QStringLiteral("BOARD%1").arg(i % 3);
+                    const QString code = QStringLiteral("%1%2")
+                                             .arg(i == kOdd ? QChar(0x416) : QLatin1Char('O'))
+                                             .arg(codeOf(order, i, n), 6, 10, QLatin1Char('0'));
+                    Record row = newRow(table, {qPrintable(board), qPrintable(code)});
+                    if (i == kOdd && kind == ByValue)
+                        row.data(0).setNull();
+                    batch.insertRow(row);
+                    entered.insert(row.row());
+                    if (i % 100 == 0) {
+                        ASSERT_EQ(batch.updateRow(row.clone()).record(), row); // the same key
+                    }
+                }
+                const QList<Record> inserted = batch.insertList();
+                std::set<const uchar *> listed;
+                for (const Record &row : inserted)
+                    listed.insert(row.row());
+                EXPECT_EQ(inserted.size(), n);
+                EXPECT_EQ(listed, entered);
+                EXPECT_TRUE(std::is_sorted(inserted.begin(), inserted.end(),
+                                           IndexSort::LessThan(table.masterIndex())));
+            }
+        }
     }
-    const QList<Record> inserted = batch.insertList();
-    EXPECT_EQ(inserted.size(), 500);
-    EXPECT_TRUE(
-        std::is_sorted(inserted.begin(), inserted.end(), IndexSort::LessThan(table.masterIndex())));
 }
 
 TEST(BatchKeys, areEqualByValueWhateverLiesBehindIt)

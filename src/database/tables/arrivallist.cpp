@@ -1,13 +1,15 @@
 #include "database/tables/arrivallist.h"
 
+#include "database/indexes/digestsort.h"
+#include "database/indexes/sortaid.h"
 #include "database/masterindex_fast.h"
-#include "database/tables/prefetch.h"
+#include "database/services/concurrently.h"
 #include "database/tables/rowlayout.h"
 #include "database/tables/table.h"
 
 #include <QtCore/qendian.h>
 
-#include <algorithm>
+#include <atomic>
 #include <typeinfo>
 
 namespace
@@ -65,45 +67,6 @@ quint64 hashOfCell(quint64 sum, const TableColumnDef &column, const uchar *row)
     for (int i = 0; i < column.length && text[i] != 0; ++i)
         sum = (sum ^ text[i]) * kFactor;
     return mixed(sum, 0, kFactor);
-}
-
-/// An entry with the word of its key by which it is being sorted.
-struct Ranked {
-    quint64 word;
-    ArrivalList::Entry *entry;
-};
-
-// Sorts by the words of the row blocks in offset..end - 1, a key. Keys share long beginnings (a
-// board, zeros behind a short text), so comparing them whole would read the same bytes again and
-// again.
-void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 end)
-{
-    for (; last - first > 1 && offset < end; offset += qint64(sizeof(quint64))) {
-        constexpr std::ptrdiff_t kAhead = 16;
-        bool differ = false;
-        bool falls = false;
-        quint64 before = 0;
-        for (Ranked *ranked = first; ranked != last; ++ranked) {
-            if (last - ranked > kAhead)
-                prefetch(ranked[kAhead].entry->record.row() + offset);
-            ranked->word = qFromBigEndian<quint64>(ranked->entry->record.row() + offset);
-            differ |= ranked->word != first->word;
-            falls |= ranked->word < before;
-            before = ranked->word;
-        }
-        if (!differ)
-            continue;
-        if (falls) // many a batch is filled in the order of its keys
-            std::sort(first, last,
-                      [](const Ranked &a, const Ranked &b) { return a.word < b.word; });
-        while (first != last) {
-            const quint64 word = first->word;
-            Ranked *const next = std::find_if(
-                first, last, [word](const Ranked &ranked) { return ranked.word != word; });
-            sortByWords(first, next, offset + qint64(sizeof(quint64)), end);
-            first = next;
-        }
-    }
 }
 
 } // namespace
@@ -167,10 +130,13 @@ std::pair<ArrivalList::Entry *, bool> ArrivalList::enter(const Record &record,
     const uint hash = hashOf(record);
     if (Entry *const entry = find(record, hash))
         return {entry, false};
+    m_rises = m_rises && (m_entries.isEmpty() ||
+                          m_table.masterIndex()->compare(m_entries.last().record, record) < 0);
     makeSlots(m_entries.size() + 1);
     m_entries.append({record, Record(), hash, kind});
     if (!m_slots.empty())
         place(m_entries.size() - 1);
+    noteDigest();
     return {&m_entries.last(), true};
 }
 
@@ -193,28 +159,120 @@ void ArrivalList::place(int entry)
     m_slots[slot] = quint32(entry + 1);
 }
 
-std::vector<ArrivalList::Entry *> ArrivalList::sorted()
+// Sorts by the words of the row blocks in offset..end - 1, a key. Keys share long beginnings (a
+// board, zeros behind a short text), so comparing them whole would read the same bytes again and
+// again.
+void ArrivalList::sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 end)
 {
-    std::vector<Entry *> result;
-    result.reserve(size_t(m_entries.size()));
-    for (Entry &entry : m_entries)
-        result.push_back(&entry);
-    if (result.size() < 2)
-        return result;
-    if (!m_columns.empty()) {
-        const MasterIndex &master = *m_table.masterIndex();
-        std::sort(result.begin(), result.end(), [&master](const Entry *a, const Entry *b) {
-            return master.compare(a->record, b->record) < 0;
-        });
-        return result;
+    for (; last - first > 1 && offset < end; offset += qint64(sizeof(quint64))) {
+        constexpr std::ptrdiff_t kAhead = 16;
+        bool differ = false;
+        bool falls = false;
+        quint64 before = 0;
+        for (Ranked *ranked = first; ranked != last; ++ranked) {
+            if (last - ranked > kAhead)
+                prefetch(ranked[kAhead].entry->record.row() + offset);
+            ranked->digest = qFromBigEndian<quint64>(ranked->entry->record.row() + offset);
+            differ |= ranked->digest != first->digest;
+            falls |= ranked->digest < before;
+            before = ranked->digest;
+        }
+        if (!differ)
+            continue;
+        if (falls) // many a batch is filled in the order of its keys
+            std::sort(first, last,
+                      [](const Ranked &a, const Ranked &b) { return a.digest < b.digest; });
+        while (first != last) {
+            const quint64 word = first->digest;
+            Ranked *const next = std::find_if(
+                first, last, [word](const Ranked &ranked) { return ranked.digest != word; });
+            sortByWords(first, next, offset + qint64(sizeof(quint64)), end);
+            first = next;
+        }
     }
-    std::vector<Ranked> ranked;
-    ranked.reserve(result.size());
-    for (Entry *entry : result)
-        ranked.push_back({0, entry});
-    sortByWords(ranked.data(), ranked.data() + ranked.size(), m_keyOffset,
-                m_keyOffset + m_keyLength);
-    std::transform(ranked.begin(), ranked.end(), result.begin(),
-                   [](const Ranked &entry) { return entry.entry; });
+}
+
+// Reads the digest of the last entry's key, of which enter() has just read every byte. What digests
+// are made from is learned from some of the entries before; where a key does not fit that, those
+// before have to be read again.
+void ArrivalList::noteDigest()
+{
+    constexpr int kMany = 16384; // more do not stay in the nearer caches until they are sorted
+    constexpr int kStep = 64;
+    if (m_rises || m_entries.size() < kMany)
+        return;
+    const size_t count = size_t(m_entries.size());
+    if (m_digests.empty()) {
+        if (m_columns.empty())
+            m_digestKey.setBytes(m_keyOffset, m_keyLength);
+        else
+            m_digestKey.setColumns(m_table, m_table.masterIndex()->keyColumns(),
+                                   Qt::AscendingOrder);
+        for (int i = 0; i < m_entries.size(); i += kStep)
+            m_digestKey.learn(m_entries.at(i).record.row());
+    }
+    if (m_digests.size() + 1 != count) // of some entries none was noted
+        m_unread = count - 1;
+    m_digests.resize(count);
+    const uchar *const row = m_entries.last().record.row();
+    if (!m_digestKey.covers(row, &m_digests.back())) {
+        m_digestKey.learn(row);
+        m_unread = count;
+    }
+}
+
+// Reads the digests that have to be read yet. \return false where there are none
+bool ArrivalList::completeDigests()
+{
+    constexpr int kAhead = 16;
+    if (m_digests.size() != size_t(m_entries.size()))
+        return false;
+    const auto rowOf = [this](int i) { return m_entries.at(i).record.row(); };
+    std::atomic<bool> areCovered{true};
+    const auto read = [&] {
+        Concurrently::forStretches(int(m_unread), [&](int first, int last) {
+            bool covered = true;
+            for (int i = first; i < last; ++i) {
+                if (i + kAhead < last)
+                    m_digestKey.prefetchWhole(rowOf(i + kAhead));
+                covered &= m_digestKey.covers(rowOf(i), &m_digests[size_t(i)]);
+            }
+            if (!covered)
+                areCovered = false;
+        });
+    };
+    read();
+    if (!areCovered) {
+        for (const Entry &entry : qAsConst(m_entries))
+            m_digestKey.learn(entry.record.row());
+        m_unread = m_digests.size();
+        areCovered = true;
+        read();
+    }
+    m_unread = areCovered ? 0 : m_digests.size();
+    return areCovered && m_digestKey.isOn();
+}
+
+ScratchVector<ArrivalList::Ranked> ArrivalList::sorted()
+{
+    const bool hasDigests = completeDigests();
+    ScratchVector<Ranked> result;
+    result.reserve(size_t(m_entries.size()));
+    for (int i = 0; i < m_entries.size(); ++i)
+        result.push_back({hasDigests ? m_digests[size_t(i)] : 0, &m_entries[i]});
+    const MasterIndex &master = *m_table.masterIndex();
+    const auto less = [&master](const Ranked &a, const Ranked &b) {
+        return master.compare(a.entry->record, b.entry->record) < 0;
+    };
+    if (hasDigests) {
+        ScratchVector<Ranked> buffer;
+        sortByDigests(result, buffer, less,
+                      [](const Ranked &ranked) { prefetchCells(ranked.entry->record); });
+    } else if (m_columns.empty()) {
+        sortByWords(result.data(), result.data() + result.size(), m_keyOffset,
+                    m_keyOffset + m_keyLength);
+    } else {
+        std::sort(result.begin(), result.end(), less);
+    }
     return result;
 }

@@ -1,10 +1,14 @@
 #pragma once
 
+#include "database/indexes/scratchmemory.h"
+#include "database/indexes/sortkey.h"
 #include "database/record.h"
+#include "database/tables/prefetch.h"
 #include "database/tables/recordstrans.h"
 
 #include <QtCore/qvarlengtharray.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -19,7 +23,10 @@ class TableColumnDef;
 /// Invariants:
 ///  (1) No two entries have the same key, and keys that the master index finds equal have the same
 ///      hash.
-///  (2) m_slots is empty while there are few entries. Otherwise its size is a power of two, at
+///  (2) m_rises tells whether entries came in the order of their keys.
+///  (3) m_digests is empty while entries are few or came in the order of their keys. Otherwise it
+///      has the digest of each entry's key, of which the first m_unread have to be read yet.
+///  (4) m_slots is empty while there are few entries. Otherwise its size is a power of two, at
 ///      least twice the number of entries; a slot holds an entry's number plus one, or 0. Each
 ///      entry stands in the first slot that was free from the one that its hash names.
 class ArrivalList
@@ -40,13 +47,35 @@ public:
     /// The entry of the record's key; a new one, whose kind is \p kind and which has no change,
     /// when there was none (\c second is true then).
     std::pair<Entry *, bool> enter(const Record &record, RecordsTrans::Kind kind);
-    /// The entries in the order of their keys; valid until one is added.
-    std::vector<Entry *> sorted();
+    /// Calls visit(entry) for each, in the order of their keys; entries must not be added
+    /// meanwhile.
+    template<class Visit>
+    void forEachByKey(Visit visit)
+    {
+        if (m_rises) {
+            std::for_each(m_entries.begin(), m_entries.end(), visit);
+            return;
+        }
+        constexpr size_t kAhead = 16;
+        const ScratchVector<Ranked> ranked = sorted();
+        for (size_t i = 0; i < ranked.size(); ++i) {
+            if (i + kAhead < ranked.size())
+                prefetch(ranked[i + kAhead].entry);
+            visit(*ranked[i].entry);
+        }
+    }
 
     /// In the order in which they came.
     const QVarLengthArray<Entry, 2> &entries() const { return m_entries; }
 
 private:
+    /// An entry with the number by which it is being sorted: the digest of its key, or a word of
+    /// it.
+    struct Ranked {
+        quint64 digest;
+        Entry *entry;
+    };
+
     explicit ArrivalList(const Table &table)
         : m_table(table)
     {
@@ -56,6 +85,10 @@ private:
     Entry *find(const Record &record, uint hash);
     void makeSlots(int count);
     void place(int entry);
+    void noteDigest();
+    bool completeDigests();
+    ScratchVector<Ranked> sorted();
+    static void sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64 end);
 
     const Table &m_table; // borrowed
     // The key: columns compared by value, or else bytes that are compared as such.
@@ -63,7 +96,11 @@ private:
     qint64 m_keyOffset = 0;              // from the start of a row block, a multiple of 8
     qint64 m_keyLength = 0;              // a multiple of 8
     QVarLengthArray<Entry, 2> m_entries; // invariant (1)
-    std::vector<quint32> m_slots;        // invariant (2)
+    bool m_rises = true;                 // invariant (2)
+    SortKey m_digestKey;
+    ScratchVector<quint64> m_digests; // invariant (3)
+    size_t m_unread = 0;              // invariant (3)
+    std::vector<quint32> m_slots;     // invariant (4)
 };
 
 Q_DECLARE_TYPEINFO(ArrivalList::Entry, Q_MOVABLE_TYPE);

@@ -107,12 +107,12 @@ void RecordsTrans::settle()
     if (!m_arrivals)
         return;
     QMap<MapKey, Op> ops, changes;
-    for (const ArrivalList::Entry *entry : m_arrivals->sorted()) {
-        const MapKey key(entry->record);
-        ops.insert(ops.cend(), key, {entry->record, entry->kind});
-        if (entry->kind == Updated)
-            changes.insert(changes.cend(), key, {entry->change, Updated});
-    }
+    m_arrivals->forEachByKey([&](const ArrivalList::Entry &entry) {
+        const MapKey key(entry.record);
+        ops.insert(ops.cend(), key, {entry.record, entry.kind});
+        if (entry.kind == Updated)
+            changes.insert(changes.cend(), key, {entry.change, Updated});
+    });
     m_ops.swap(ops);
     m_changes.swap(changes);
     m_arrivals.reset();
@@ -134,11 +134,11 @@ RecordsTrans::Lists RecordsTrans::gather(Batch &batch, Put put)
     };
     if (batch.m_arrivals) { // invariant (3)
         reserve(batch.m_arrivals->entries());
-        for (ArrivalList::Entry *entry : batch.m_arrivals->sorted()) {
-            put(*ofKind[entry->kind], entry->record);
-            if (entry->kind == Updated)
-                put(lists.changed, entry->change);
-        }
+        batch.m_arrivals->forEachByKey([&](ArrivalList::Entry &entry) {
+            put(*ofKind[entry.kind], entry.record);
+            if (entry.kind == Updated)
+                put(lists.changed, entry.change);
+        });
         return lists;
     }
     reserve(qAsConst(batch.m_ops));

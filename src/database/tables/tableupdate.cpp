@@ -1,7 +1,9 @@
 // What a table does with its indexes: the registry, the update bracket and the passes of a batch.
 
+#include "database/indexes/digestsort.h"
 #include "database/indexes/index.h"
 #include "database/indexes/indexlimit.h"
+#include "database/indexes/scratchmemory.h"
 #include "database/joins/tablejoin.h"
 #include "database/services/concurrently.h"
 #include "database/services/threadannotations.h"
@@ -10,6 +12,8 @@
 #include "database/tables/table.h"
 #include "database/tables/tableprivate.h"
 
+#include <algorithm>
+#include <cstring>
 #include <optional>
 #include <utility>
 
@@ -19,21 +23,70 @@ namespace
 // From so many rows on a batch is worth waking other threads for.
 constexpr int kSideBySide = 512;
 
-// Copies columns of the i-th row of one list to the i-th of the other. Rows lie anywhere in memory,
-// so they are asked for some steps ahead.
+// Rows lie anywhere in memory, so they are asked for some steps ahead.
+constexpr int kRowsAhead = 8;
+
+// Copies columns of the i-th row of one list to the i-th of the other. No two threads write the
+// same row, since a batch holds it once.
 void copyRows(const QList<Record> &to, const QList<Record> &from, const ColumnSpan &span)
 {
-    constexpr int kRowsAhead = 8;
     const int pairs = qMin(to.size(), from.size());
-    for (int i = 0; i < pairs; ++i) {
-        if (i + kRowsAhead < pairs) {
-            span.prefetch(to.at(i + kRowsAhead).row());
-            span.prefetch(from.at(i + kRowsAhead).row());
+    Concurrently::forStretches(pairs, [&](int first, int last) {
+        for (int i = first; i < last; ++i) {
+            if (i + kRowsAhead < last) {
+                span.prefetch(to.at(i + kRowsAhead).row());
+                span.prefetch(from.at(i + kRowsAhead).row());
+            }
+            if (to.at(i) && from.at(i) && to.at(i) != from.at(i))
+                span.copy(to.at(i).row(), from.at(i).row());
         }
-        if (to.at(i) && from.at(i) && to.at(i) != from.at(i))
-            span.copy(to.at(i).row(), from.at(i).row());
-    }
+    });
 }
+
+// Lets go of rows that the table keeps: each is visited to count it down.
+void release(QList<Record> &records)
+{
+    if (records.isEmpty())
+        return;
+    Record *const record = &records.first(); // lists of records are lists of pointers
+    Concurrently::forStretches(records.size(), [=](int first, int last) {
+        for (int i = first; i < last; ++i) {
+            if (i + kRowsAhead < last)
+                prefetch(record[i + kRowsAhead].row());
+            Record().swap(record[i]);
+        }
+    });
+    records.clear();
+}
+
+// Lets go of rows that nobody else holds, in the order of their addresses: freed at random, a
+// block's neighbours in memory would have to be fetched for it.
+void freeRows(QList<Record> &rows)
+{
+    struct Handle {
+        quint64 digest; // the address
+    };
+    static_assert(sizeof(Handle) == sizeof(Record), "sorted as numbers, not counted");
+    constexpr int kMany = 1024;
+    if (rows.size() >= kMany && !std::is_sorted(rows.cbegin(), rows.cend())) {
+        void *const handles = &rows.first();
+        const size_t size = size_t(rows.size()) * sizeof(Handle);
+        ScratchVector<Handle> sorted(static_cast<size_t>(rows.size())), buffer;
+        std::memcpy(sorted.data(), handles, size);
+        sortByDigests(sorted, buffer);
+        std::memcpy(handles, sorted.data(), size);
+    }
+    rows.clear();
+}
+
+/// What a batch of many rows works with: threads at hand, and memory that goes from one index to
+/// the next.
+struct Equipment {
+    Equipment() { crew.call(); }
+
+    Concurrently::Crew crew;
+    ScratchMemory::Keep memory;
+};
 
 } // namespace
 
@@ -258,15 +311,14 @@ void Table::complete(const QList<Record> &updated, const QList<Record> &values, 
 void Table::processSingleTransaction(RecordsTrans &transaction)
 {
     const QPair<int, int> columns = transaction.columns();
-    std::optional<Concurrently::Crew> crew;
-    if (transaction.size() >= kSideBySide) {
-        crew.emplace();
-        crew->call(); // they wake up while the batch is sorted
-    }
+    std::optional<Equipment> equipment;
+    if (transaction.size() >= kSideBySide)
+        equipment.emplace(); // threads wake up while the batch is sorted
     // Emptied before the passes: whatever an index throws, the batch is spent.
     RecordsTrans::Lists lists = transaction.take();
     processSingleTransaction(lists.removed, lists.updated, columns.first, columns.second,
                              lists.inserted, std::move(lists.changed));
+    release(lists.updated);
 }
 
 namespace
@@ -332,11 +384,9 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
         ~StateGuard() { state = 0; }
     } guard{d->transactionState};
 
-    std::optional<Concurrently::Crew> crew;
-    if (removed.size() + updated.size() + inserted.size() >= kSideBySide) {
-        crew.emplace();
-        crew->call();
-    }
+    std::optional<Equipment> equipment;
+    if (removed.size() + updated.size() + inserted.size() >= kSideBySide)
+        equipment.emplace();
     d->transactionState = 1;
     complete(updated, changed, first, last, inserted);
     const int rows = rowsToShare(removed, updated, inserted);
@@ -353,7 +403,7 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     toEachIndex(
         *d, rows, [&](const auto &step) { error.run(step); },
         [&](Index *index) { index->process(removed, updated, first, last, inserted); },
-        [&] { changed.clear(); }); // which frees a block for each row
+        [&] { freeRows(changed); });
     error.rethrow();
 }
 

@@ -92,6 +92,7 @@ public:
     /// of its range on.
     void prefetchNear(const SortGuide::Search &search, const Record *stretch, int first) const
     {
+        key.prefetch(stretch[search.probe() - first].row());
         for (int i = search.nearFirst(); i < search.nearEnd(); ++i)
             key.prefetch(stretch[i - first].row());
     }

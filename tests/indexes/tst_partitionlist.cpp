@@ -242,7 +242,7 @@ protected:
                                 comesBack ? nullptr : std::make_shared<int>(items.back())});
         }
         model.exchange(leaving, positions, items);
-        EXPECT_EQ(valuesOf(list.exchange(left, arrivals)), expected);
+        EXPECT_EQ(valuesOf(list.exchange(left, arrivals.data(), arrivals.data() + n)), expected);
         for (const List::Arrival &arrival : arrivals)
             EXPECT_FALSE(arrival.item) << "left behind where it came from";
     }

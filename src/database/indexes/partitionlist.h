@@ -113,15 +113,16 @@ public:
         T item;       ///< what comes when left is -1
     };
     /// Takes out the handles at the positions \p leaving, which ascend strictly, and puts the
-    /// arrivals in, whose positions ascend; those of one position keep their order. Each chunk is
-    /// gone through once, and of its handles only those are moved whose place changes.
+    /// arrivals \p first up to \p last in, whose positions ascend; those of one position keep their
+    /// order. Each chunk is gone through once, and of its handles only those are moved whose place
+    /// changes.
     ///
     /// Where everything that arrives in a chunk does so at one position, it is laid out as insert()
     /// lays out a list; other chunks that come to partSize are cut into equal pieces below it.
     /// Chunks that become small are joined when anything left.
     /// \return the handles that left, in list order; empty ones for those that came back. The items
     /// of the arrivals are left empty.
-    std::vector<T> exchange(const std::vector<int> &leaving, std::vector<Arrival> &arrivals);
+    std::vector<T> exchange(const std::vector<int> &leaving, Arrival *first, Arrival *last);
 
     /// Moves the handle at position \p from before position \p to, both as before the call.
     void move(int from, int to);

@@ -11,10 +11,11 @@ template<class T>
 class PartitionList<T>::Exchange
 {
 public:
-    Exchange(PartitionList &list, const std::vector<int> &leaving, std::vector<Arrival> &arrivals)
+    Exchange(PartitionList &list, const std::vector<int> &leaving, Arrival *first, Arrival *last)
         : m_list(list)
         , m_leaving(leaving)
-        , m_arrivals(arrivals)
+        , m_arrivals(first)
+        , m_arrivalCount(int(last - first))
         , m_left(leaving.size())
     {
     }
@@ -62,7 +63,8 @@ private:
 
     PartitionList &m_list;
     const std::vector<int> &m_leaving;
-    std::vector<Arrival> &m_arrivals;
+    Arrival *const m_arrivals;
+    const int m_arrivalCount;
     std::vector<T> m_left;
     std::vector<Step> m_steps;
     std::vector<PartPtr> m_fresh; // the pieces of the chunks that are cut, in order
@@ -73,10 +75,10 @@ private:
 // ------------------------------------------------------------------------------------------------
 
 template<class T>
-std::vector<T> PartitionList<T>::exchange(const std::vector<int> &leaving,
-                                          std::vector<Arrival> &arrivals)
+std::vector<T> PartitionList<T>::exchange(const std::vector<int> &leaving, Arrival *first,
+                                          Arrival *last)
 {
-    Exchange exchange(*this, leaving, arrivals);
+    Exchange exchange(*this, leaving, first, last);
     exchange.plan();
     std::vector<T> left = exchange.run();
     if (!leaving.empty())
@@ -89,12 +91,12 @@ void PartitionList<T>::Exchange::plan()
 {
     m_list.reserveParts(1);
     const int leavers = int(m_leaving.size());
-    const int arrivals = int(m_arrivals.size());
+    const int arrivals = m_arrivalCount;
     int most = 0; // of what happens to one chunk
     for (int l = 0, a = 0; l < leavers || a < arrivals;) {
         int c = m_list.partCount();
         if (a < arrivals)
-            c = m_list.partForInsert(m_arrivals[size_t(a)].position);
+            c = m_list.partForInsert(m_arrivals[a].position);
         if (l < leavers)
             c = qMin(c, m_list.locate(m_leaving[size_t(l)]).part);
         if (c == m_list.partCount()) { // everything into an empty list
@@ -106,7 +108,7 @@ void PartitionList<T>::Exchange::plan()
         Step step{c, l, l, a, a, m_list.part(c).size, 1};
         while (step.leavingLast < leavers && m_leaving[size_t(step.leavingLast)] < end)
             ++step.leavingLast;
-        while (step.lastArrival < arrivals && m_arrivals[size_t(step.lastArrival)].position <= end)
+        while (step.lastArrival < arrivals && m_arrivals[step.lastArrival].position <= end)
             ++step.lastArrival;
         l = step.leavingLast;
         a = step.lastArrival;
@@ -141,9 +143,9 @@ int PartitionList<T>::Exchange::piecesOf(const Step &step) const
 {
     if (step.total < m_list.m_partSize || step.firstArrival == step.lastArrival)
         return 1;
-    const bool isOneBlock = step.leavingFirst == step.leavingLast &&
-                            m_arrivals[size_t(step.firstArrival)].position ==
-                                m_arrivals[size_t(step.lastArrival) - 1].position;
+    const bool isOneBlock =
+        step.leavingFirst == step.leavingLast &&
+        m_arrivals[step.firstArrival].position == m_arrivals[step.lastArrival - 1].position;
     if (isOneBlock)
         return 2;
     return (step.total + m_list.m_partSize - 2) / (m_list.m_partSize - 1);
@@ -243,7 +245,7 @@ void PartitionList<T>::Exchange::trace(const Step &step, Traces &traces) const n
     };
     int l = step.leavingFirst;
     for (int a = step.firstArrival; a < step.lastArrival; ++a) {
-        const int offset = m_arrivals[size_t(a)].position - start;
+        const int offset = m_arrivals[a].position - start;
         for (; l < step.leavingLast && m_leaving[size_t(l)] - start < offset; ++l, ++from)
             passTo(m_leaving[size_t(l)] - start);
         passTo(offset);
@@ -294,7 +296,7 @@ void PartitionList<T>::Exchange::rearrange(const Step &step, const Traces &trace
             Relocate::move(to + segment->to, from + segment->from, segment->size);
     }
     for (int a = step.firstArrival; a < step.lastArrival; ++a) {
-        T *const item = itemOf(m_arrivals[size_t(a)]);
+        T *const item = itemOf(m_arrivals[a]);
         Relocate::move(to + traces.places[size_t(a - step.firstArrival)], item, 1);
         Relocate::makeEmpty(item, 1);
     }
@@ -328,7 +330,7 @@ void PartitionList<T>::Exchange::distribute(const Step &step, const Traces &trac
     for (int a = step.firstArrival; a < step.lastArrival; ++a) {
         for (; segment != traces.segments.end() && segment->to == next; ++segment)
             put(old + segment->from, segment->size);
-        T *const item = itemOf(m_arrivals[size_t(a)]);
+        T *const item = itemOf(m_arrivals[a]);
         put(item, 1);
         Relocate::makeEmpty(item, 1);
     }

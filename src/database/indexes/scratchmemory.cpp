@@ -17,22 +17,20 @@ namespace
 constexpr size_t kPage = size_t(4) << 10;
 constexpr size_t kLargePage = size_t(2) << 20;
 // From here on, what malloc would keep afterwards is worth returning.
-constexpr size_t kMapped = size_t(256) << 10;
+constexpr size_t kMapped = size_t(128) << 10;
 
 size_t roundedUp(size_t bytes, size_t unit)
 {
     return (bytes + unit - 1) / unit * unit;
 }
 
-// Of large pages so many that arrays of about the same length take the same. What is not touched
-// costs nothing.
+// So many pages that arrays of about the same length take the same: they can be kept for each
+// other, and what is not touched costs nothing.
 size_t mappedSize(size_t bytes)
 {
-    if (bytes < kLargePage)
-        return roundedUp(bytes, kPage);
     if (bytes > std::numeric_limits<size_t>::max() / 4)
         throw std::bad_alloc();
-    size_t step = kLargePage;
+    size_t step = bytes < kLargePage ? kPage : kLargePage;
     while (step * 8 <= bytes)
         step *= 2;
     return roundedUp(bytes, step);
@@ -136,13 +134,12 @@ ScratchMemory::Keep::~Keep()
 void *ScratchMemory::allocate(size_t bytes)
 {
 #if defined(__linux__)
-    if (bytes >= kLargePage) {
+    if (bytes >= kMapped) {
         const size_t size = mappedSize(bytes);
-        void *const kept = keptArrays.take(size);
-        return kept ? kept : mapLargePages(size);
+        if (void *const kept = keptArrays.take(size))
+            return kept;
+        return size < kLargePage ? map(size) : mapLargePages(size);
     }
-    if (bytes >= kMapped)
-        return map(mappedSize(bytes));
 #endif
     return ::operator new(bytes);
 }
@@ -152,7 +149,7 @@ void ScratchMemory::release(void *memory, size_t bytes) noexcept
 #if defined(__linux__)
     if (bytes >= kMapped) {
         const size_t size = mappedSize(bytes);
-        if (bytes < kLargePage || !keptArrays.put(memory, size))
+        if (!keptArrays.put(memory, size))
             munmap(memory, size);
         return;
     }

@@ -327,7 +327,7 @@ void SortBatch::gatherByDigests(const std::vector<int> &leftOf, Comes comes)
         return each.number < arrivals ? *m_new[size_t(each.number)]
                                       : m_updated.at(each.number - arrivals);
     };
-    std::vector<Ranked> ranked;
+    ScratchVector<Ranked> ranked;
     ranked.reserve(m_new.size() + m_leaving.size());
     for (const Record *record : m_new)
         ranked.push_back({m_aid->key(record->row()), int(ranked.size())});
@@ -366,12 +366,13 @@ void SortBatch::apply()
 {
     std::vector<Record> left; // dropped when signposts and list agree again
     {
-        std::vector<PartitionList<Record>::Arrival> arrivals;
+        ScratchVector<PartitionList<Record>::Arrival> arrivals;
         arrivals.reserve(m_pending.size());
         for (const Pending &pending : m_pending)
             arrivals.push_back({pending.position, pending.left,
                                 pending.left == -1 ? Record(pending.row) : Record()});
-        left = m_index.m_list.exchange(m_leaving, arrivals);
+        left =
+            m_index.m_list.exchange(m_leaving, arrivals.data(), arrivals.data() + arrivals.size());
     }
     moveSignposts();
 }
@@ -387,7 +388,7 @@ void SortBatch::moveSignposts()
     }
     // A record that stays may have passed a signpost: it counts as one that comes behind itself.
     std::vector<int> removed;
-    std::vector<SortGuide::Insertion> inserted;
+    ScratchVector<SortGuide::Insertion> inserted;
     removed.reserve(m_affected.size());
     inserted.reserve(m_pending.size() + m_affected.size() - m_leaving.size());
     auto pending = m_pending.begin();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "database/indexes/indexsort.h"
+#include "database/indexes/scratchmemory.h"
 #include "database/indexes/sortaid.h"
 
 #include <vector>
@@ -93,5 +94,5 @@ private:
     IndexSort::Finds m_finds;          // the removed, then the updated records
     std::vector<Affected> m_affected;  // by position, each position once
     std::vector<int> m_leaving;        // the positions of those that leave
-    std::vector<Pending> m_pending;    // what is merged in
+    ScratchVector<Pending> m_pending;  // what is merged in
 };

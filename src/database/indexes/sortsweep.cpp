@@ -384,7 +384,7 @@ void SortSweep::exchange()
         ranks[size_t(position)] = int(leaving.size());
         leaving.push_back(position);
     }
-    std::vector<PartitionList<Record>::Arrival> arrivals;
+    ScratchVector<PartitionList<Record>::Arrival> arrivals;
     arrivals.reserve(m_coming.size());
     startNewList();
     // Handles from outside are counted in their rows. They are asked for where the batch names
@@ -405,7 +405,8 @@ void SortSweep::exchange()
               append(item.digest, nullptr);
           });
     // Dropped when signposts and list agree again.
-    const std::vector<Record> left = m_index.m_list.exchange(leaving, arrivals);
+    const std::vector<Record> left =
+        m_index.m_list.exchange(leaving, arrivals.data(), arrivals.data() + arrivals.size());
     setSignposts([this](int position) { return m_newList[size_t(position)].digest; });
 }
 

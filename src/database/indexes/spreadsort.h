@@ -5,9 +5,10 @@
 /// Sorts items that have a 64-bit \c digest by it, stably. Some thousands at most whose digests lie
 /// about evenly, as those of a batch do, are laid out by a guess of where they end up and then
 /// moved by a few places each; O(n). Others are left to sortByDigests().
-template<class T>
-void spreadByDigests(std::vector<T> &items)
+template<class Vector>
+void spreadByDigests(Vector &items)
 {
+    using T = typename Vector::value_type;
     constexpr size_t kFew = 32;
     constexpr size_t kMany = 4096; // do not fit the nearest cache, places and all
     constexpr size_t kCrowd = 4;   // neighbours that an item passes, on average
@@ -43,7 +44,7 @@ void spreadByDigests(std::vector<T> &items)
         sortByDigests(items);
         return;
     }
-    std::vector<T> sorted(n);
+    Vector sorted(n);
     for (const T &item : items)
         sorted[places[slotOf(item)]++] = item;
     for (size_t i = 1; i < n; ++i) {
@@ -57,15 +58,15 @@ void spreadByDigests(std::vector<T> &items)
 }
 
 /// The same, and orders items of one digest by \p less, stably.
-template<class T, class Less>
-void spreadByDigests(std::vector<T> &items, Less less)
+template<class Vector, class Less>
+void spreadByDigests(Vector &items, Less less)
 {
     spreadByDigests(items);
-    const auto tie = [](const T &a, const T &b) { return a.digest == b.digest; };
+    const auto tie = [](const auto &a, const auto &b) { return a.digest == b.digest; };
     auto first = items.begin();
     while ((first = std::adjacent_find(first, items.end(), tie)) != items.end()) {
         const auto last =
-            std::find_if(first, items.end(), [&](const T &item) { return !tie(*first, item); });
+            std::find_if(first, items.end(), [&](const auto &item) { return !tie(*first, item); });
         sortTies(first, last, less);
         first = last;
     }

@@ -16,7 +16,7 @@ namespace
 {
 
 // Entries up to which their hashes are compared one after the other.
-constexpr int kScannedEntries = 8;
+constexpr size_t kScannedEntries = 8;
 constexpr size_t kFirstSlots = 32;
 
 // Odd, so that multiplying loses nothing.
@@ -113,11 +113,11 @@ ArrivalList::Entry *ArrivalList::find(const Record &record, uint hash)
     };
     if (m_slots.empty()) {
         const auto entry = std::find_if(m_entries.begin(), m_entries.end(), isKey);
-        return entry != m_entries.end() ? entry : nullptr;
+        return entry != m_entries.end() ? &*entry : nullptr;
     }
     const size_t mask = m_slots.size() - 1;
     for (size_t slot = hash & mask; m_slots[slot] != 0; slot = (slot + 1) & mask) {
-        Entry &entry = m_entries[int(m_slots[slot] - 1)];
+        Entry &entry = m_entries[m_slots[slot] - 1];
         if (isKey(entry))
             return &entry;
     }
@@ -130,30 +130,30 @@ std::pair<ArrivalList::Entry *, bool> ArrivalList::enter(const Record &record,
     const uint hash = hashOf(record);
     if (Entry *const entry = find(record, hash))
         return {entry, false};
-    m_rises = m_rises && (m_entries.isEmpty() ||
-                          m_table.masterIndex()->compare(m_entries.last().record, record) < 0);
+    m_rises = m_rises && (m_entries.empty() ||
+                          m_table.masterIndex()->compare(m_entries.back().record, record) < 0);
     makeSlots(m_entries.size() + 1);
-    m_entries.append({record, Record(), hash, kind});
+    m_entries.push_back({record, Record(), hash, kind});
     if (!m_slots.empty())
         place(m_entries.size() - 1);
     noteDigest();
-    return {&m_entries.last(), true};
+    return {&m_entries.back(), true};
 }
 
 // Makes room for slots of that many entries, and places those that are there again if it must.
-void ArrivalList::makeSlots(int count)
+void ArrivalList::makeSlots(size_t count)
 {
-    if (count <= kScannedEntries || size_t(count) * 2 <= m_slots.size())
+    if (count <= kScannedEntries || count * 2 <= m_slots.size())
         return;
     m_slots.assign(std::max(m_slots.size() * 2, kFirstSlots), 0);
-    for (int entry = 0; entry < m_entries.size(); ++entry)
+    for (size_t entry = 0; entry < m_entries.size(); ++entry)
         place(entry);
 }
 
-void ArrivalList::place(int entry)
+void ArrivalList::place(size_t entry)
 {
     const size_t mask = m_slots.size() - 1;
-    size_t slot = m_entries.at(entry).hash & mask;
+    size_t slot = m_entries[entry].hash & mask;
     while (m_slots[slot] != 0)
         slot = (slot + 1) & mask;
     m_slots[slot] = quint32(entry + 1);
@@ -197,24 +197,24 @@ void ArrivalList::sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64
 // before have to be read again.
 void ArrivalList::noteDigest()
 {
-    constexpr int kMany = 16384; // more do not stay in the nearer caches until they are sorted
-    constexpr int kStep = 64;
+    constexpr size_t kMany = 16384; // more do not stay in the nearer caches until they are sorted
+    constexpr size_t kStep = 64;
     if (m_rises || m_entries.size() < kMany)
         return;
-    const size_t count = size_t(m_entries.size());
+    const size_t count = m_entries.size();
     if (m_digests.empty()) {
         if (m_columns.empty())
             m_digestKey.setBytes(m_keyOffset, m_keyLength);
         else
             m_digestKey.setColumns(m_table, m_table.masterIndex()->keyColumns(),
                                    Qt::AscendingOrder);
-        for (int i = 0; i < m_entries.size(); i += kStep)
-            m_digestKey.learn(m_entries.at(i).record.row());
+        for (size_t i = 0; i < count; i += kStep)
+            m_digestKey.learn(m_entries[i].record.row());
     }
     if (m_digests.size() + 1 != count) // of some entries none was noted
         m_unread = count - 1;
     m_digests.resize(count);
-    const uchar *const row = m_entries.last().record.row();
+    const uchar *const row = m_entries.back().record.row();
     if (!m_digestKey.covers(row, &m_digests.back())) {
         m_digestKey.learn(row);
         m_unread = count;
@@ -225,9 +225,9 @@ void ArrivalList::noteDigest()
 bool ArrivalList::completeDigests()
 {
     constexpr int kAhead = 16;
-    if (m_digests.size() != size_t(m_entries.size()))
+    if (m_digests.size() != m_entries.size())
         return false;
-    const auto rowOf = [this](int i) { return m_entries.at(i).record.row(); };
+    const auto rowOf = [this](int i) { return m_entries[size_t(i)].record.row(); };
     std::atomic<bool> areCovered{true};
     const auto read = [&] {
         Concurrently::forStretches(int(m_unread), [&](int first, int last) {
@@ -243,7 +243,7 @@ bool ArrivalList::completeDigests()
     };
     read();
     if (!areCovered) {
-        for (const Entry &entry : qAsConst(m_entries))
+        for (const Entry &entry : m_entries)
             m_digestKey.learn(entry.record.row());
         m_unread = m_digests.size();
         areCovered = true;
@@ -257,9 +257,9 @@ ScratchVector<ArrivalList::Ranked> ArrivalList::sorted()
 {
     const bool hasDigests = completeDigests();
     ScratchVector<Ranked> result;
-    result.reserve(size_t(m_entries.size()));
-    for (int i = 0; i < m_entries.size(); ++i)
-        result.push_back({hasDigests ? m_digests[size_t(i)] : 0, &m_entries[i]});
+    result.reserve(m_entries.size());
+    for (size_t i = 0; i < m_entries.size(); ++i)
+        result.push_back({hasDigests ? m_digests[i] : 0, &m_entries[i]});
     const MasterIndex &master = *m_table.masterIndex();
     const auto less = [&master](const Ranked &a, const Ranked &b) {
         return master.compare(a.entry->record, b.entry->record) < 0;

@@ -6,8 +6,6 @@
 #include "database/tables/prefetch.h"
 #include "database/tables/recordstrans.h"
 
-#include <QtCore/qvarlengtharray.h>
-
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -66,7 +64,7 @@ public:
     }
 
     /// In the order in which they came.
-    const QVarLengthArray<Entry, 2> &entries() const { return m_entries; }
+    const ScratchVector<Entry> &entries() const { return m_entries; }
 
 private:
     /// An entry with the number by which it is being sorted: the digest of its key, or a word of
@@ -83,8 +81,8 @@ private:
 
     uint hashOf(const Record &record) const;
     Entry *find(const Record &record, uint hash);
-    void makeSlots(int count);
-    void place(int entry);
+    void makeSlots(size_t count);
+    void place(size_t entry);
     void noteDigest();
     bool completeDigests();
     ScratchVector<Ranked> sorted();
@@ -93,14 +91,14 @@ private:
     const Table &m_table; // borrowed
     // The key: columns compared by value, or else bytes that are compared as such.
     std::vector<const TableColumnDef *> m_columns;
-    qint64 m_keyOffset = 0;              // from the start of a row block, a multiple of 8
-    qint64 m_keyLength = 0;              // a multiple of 8
-    QVarLengthArray<Entry, 2> m_entries; // invariant (1)
-    bool m_rises = true;                 // invariant (2)
+    qint64 m_keyOffset = 0;         // from the start of a row block, a multiple of 8
+    qint64 m_keyLength = 0;         // a multiple of 8
+    ScratchVector<Entry> m_entries; // invariant (1)
+    bool m_rises = true;            // invariant (2)
     SortKey m_digestKey;
     ScratchVector<quint64> m_digests; // invariant (3)
     size_t m_unread = 0;              // invariant (3)
-    std::vector<quint32> m_slots;     // invariant (4)
+    ScratchVector<quint32> m_slots;   // invariant (4)
 };
 
 Q_DECLARE_TYPEINFO(ArrivalList::Entry, Q_MOVABLE_TYPE);

@@ -76,7 +76,7 @@ int RecordsTrans::lastColumn() const
 
 int RecordsTrans::size() const
 {
-    return m_arrivals ? m_arrivals->entries().size() : m_ops.size();
+    return m_arrivals ? int(m_arrivals->entries().size()) : m_ops.size();
 }
 
 // Where a new key goes first; null when it goes into the maps.

@@ -4,6 +4,11 @@
 #include <database/tables/cellcompare.h>
 
 #include <algorithm>
+#include <atomic>
+#include <map>
+#include <random>
+#include <thread>
+#include <vector>
 
 namespace
 {
@@ -180,6 +185,80 @@ TEST_F(PrimaryKey, isSearchedForByBytesUnlessADerivedClassComparesMore)
             }
         }
     }
+}
+
+/// A table whose rows have even numbers as keys.
+class FoundByBytes : public PrimaryKey
+{
+protected:
+    FoundByBytes()
+    {
+        table.setMasterIndex(new MasterIndex_Fast_Pure(&table, QStringList{"Series"}));
+        for (int number = 0; number < kRows; ++number)
+            insert(2 * number);
+    }
+    Record keyed(int series) const
+    {
+        Record record(&table);
+        record.data(kSeries).setValue(series);
+        return record;
+    }
+    void insert(int series)
+    {
+        rows.emplace(series, keyed(series));
+        table.appendRow(rows.at(series).row());
+    }
+    /// \return how many keys from a number on are found wrongly
+    int wrong(int from, int keys) const
+    {
+        int wrong = 0;
+        for (int series = from; series < from + keys; ++series) {
+            const auto row = rows.find(series);
+            wrong += table.masterIndex()->find(keyed(series), -1) !=
+                     (row != rows.end() ? row->second : Record());
+        }
+        return wrong;
+    }
+
+    static constexpr int kSeries = 8;
+    static constexpr int kRows = 3000;
+    std::map<int, Record> rows;
+};
+
+// Again and again, so that what searches leave behind is used, and made anew after changes.
+TEST_F(FoundByBytes, againAndAgainWhileRowsComeAndGo)
+{
+    std::mt19937 random(11);
+    const auto below = [&](int n) { return int(random() % unsigned(n)); };
+    for (int step = 0; step < 400; ++step) {
+        const int around = below(2 * kRows);
+        for (int times = 0; times < 4; ++times)
+            ASSERT_EQ(wrong(around, 40), 0) << "step " << step << ", keys from " << around;
+        const int series = around + below(40);
+        const auto row = rows.find(series);
+        if (row == rows.end()) {
+            insert(series);
+        } else {
+            table.remove(row->second, -1);
+            rows.erase(row);
+        }
+        ASSERT_EQ(wrong(around, 40), 0) << "after step " << step << ", keys from " << around;
+    }
+}
+
+TEST_F(FoundByBytes, bySeveralThreads)
+{
+    std::atomic<int> wrongOnes{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            for (int times = 0; times < 5; ++times)
+                wrongOnes += wrong(0, 1000);
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(wrongOnes, 0);
 }
 
 TEST_F(PrimaryKey, keepsTheOrderOfArrivalWithoutKey)

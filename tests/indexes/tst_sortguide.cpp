@@ -99,7 +99,32 @@ protected:
         ASSERT_LE(range.last - range.first, last - first + 4 * 32) << "a few groups at most";
     }
 
+    /// Marks that are set are those of the group's rows. Sets most of them, to last until the next
+    /// change.
+    void checkMarks(quint64 digest)
+    {
+        const SortGuide::Group group = guide.group(digest);
+        SortGuide::Marks *const marks = guide.marks(group);
+        const int size = group.last - group.first;
+        if (!marks)
+            return;
+        const quint64 *const digests = &rows[size_t(group.first)];
+        if (!marks->areSet() && below(4) != 0)
+            marks->set(digests, size);
+        if (!marks->areSet())
+            return;
+        ++markedGroups;
+        for (int i = 0; i < size; ++i) {
+            const quint32 fitting = marks->fitting(digests[i]);
+            ASSERT_TRUE(fitting >> i & 1) << digest << ", row " << i << " of " << size;
+            ASSERT_EQ(quint64(fitting) >> size, 0u) << "no such rows";
+        }
+        strayFits += marks->fitting(digest ^ 0x5555) != 0;
+    }
+
     const Shape shape = GetParam();
+    int markedGroups = 0;
+    int strayFits = 0;
     std::mt19937 random{20240815};
     std::vector<quint64> rows; // their digests
     SortGuide guide;
@@ -119,9 +144,16 @@ TEST_P(SortGuideModel, bracketsEveryDigestThroughAllChanges)
         }
         ASSERT_EQ(guide.count(), int(rows.size()));
         ASSERT_TRUE(guide.verify(digestAt));
-        for (int i = 0; i < 10; ++i)
-            ASSERT_NO_FATAL_FAILURE(check(quint64(below(shape.digests + 2))));
+        for (int i = 0; i < 10; ++i) {
+            const auto digest = quint64(below(shape.digests + 2));
+            ASSERT_NO_FATAL_FAILURE(check(digest));
+            if (!rows.empty()) {
+                ASSERT_NO_FATAL_FAILURE(checkMarks(digest));
+            }
+        }
     }
+    EXPECT_TRUE(markedGroups > shape.batches || shape.digests < 10) << "but for runs of equals";
+    EXPECT_LE(strayFits, markedGroups / 4) << "most other rows are told apart";
     for (int i = 0; i < 20000; ++i)
         moveOne();
     ASSERT_TRUE(guide.verify(digestAt)) << "after many moves without another change";

@@ -61,10 +61,10 @@ int IndexSort::search(const Record &key, int from) const
     const int first = qMax(from, -1) + 1;
     if (first >= count())
         return -1;
-    Match match = Match::Unknown;
-    const int position = bound(key, Side::Before, first, count(), &match);
-    if (match != Match::Unknown)
-        return match == Match::Met ? position : -1;
+    quint64 digest;
+    if (comparesDigests() && m_aid->guides() && m_aid->key.read(key.row(), &digest))
+        return searchByDigest(digest, key, first);
+    const int position = bound(key, Side::Before, first, count());
     return position < count() && compare(m_list.at(position), key) == 0 ? position : -1;
 }
 
@@ -335,10 +335,9 @@ void IndexSort::settleTick(const Record &record, int index)
     }
     int place = index + 1;
     if (falls)
-        place = boundAmong({tick.digest, tick.to, 0, index}, record, Side::Behind, nullptr);
+        place = boundAmong({tick.digest, tick.to, 0, index}, record, Side::Behind);
     else if (rises)
-        place =
-            boundAmong({tick.digest, tick.to, index + 1, count()}, record, Side::Behind, nullptr);
+        place = boundAmong({tick.digest, tick.to, index + 1, count()}, record, Side::Behind);
     if (place != index + 1)
         m_list.move(index, place);
     m_aid->guide.move(tick.from, index, tick.to, place, tick.digest, m_aid->digestAt());

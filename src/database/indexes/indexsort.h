@@ -157,11 +157,9 @@ private:
     /// On which side of its equals a key is looked for.
     enum class Side { Before, Behind };
 
-    /// Whether a search has met its key.
-    enum class Match { Unknown, Met, Missed };
-
-    int bound(const Record &key, Side side, int from, int to, Match *match = nullptr) const;
-    int boundAmong(const Among &among, const Record &key, Side side, Match *match) const;
+    int bound(const Record &key, Side side, int from, int to) const;
+    int boundAmong(const Among &among, const Record &key, Side side) const;
+    int searchByDigest(quint64 digest, const Record &key, int from) const;
     bool comparesDigests() const;
     void findTile(const Record *keys, int n, QList<Record> &found) const;
     int findByKey(const Record &record) const;

@@ -5,6 +5,8 @@
 #include "database/indexes/spreadsort.h"
 #include "database/services/concurrently.h"
 
+#include <QtCore/qalgorithms.h>
+
 #include <algorithm>
 
 namespace
@@ -47,25 +49,25 @@ private:
 // Whether records whose digests are equal need not be compared.
 bool IndexSort::comparesDigests() const
 {
-    return m_aid->key.isWhole() && m_aid->bytesClass && typeid(*this) == *m_aid->bytesClass;
+    return m_aid && m_aid->key.isWhole() && m_aid->bytesClass &&
+           typeid(*this) == *m_aid->bytesClass;
 }
 
 // The first position from..to - 1 whose record does not sort before the key, or whose record sorts
 // behind it; to if there is none.
-int IndexSort::bound(const Record &key, Side side, int from, int to, Match *match) const
+int IndexSort::bound(const Record &key, Side side, int from, int to) const
 {
     quint64 digest;
     if (m_aid && m_aid->guides() && m_aid->key.read(key.row(), &digest))
-        return boundAmong({digest, m_aid->guide.range(digest), from, to}, key, side, match);
+        return boundAmong({digest, m_aid->guide.range(digest), from, to}, key, side);
     return m_list.partitionPoint(from, to, [&](const Record &element) {
         const int order = compare(element, key);
         return side == Side::Behind ? order <= 0 : order < 0;
     });
 }
 
-// The same with the help of the guide. Where equal digests are equal keys, tells whether there is
-// such a record.
-int IndexSort::boundAmong(const Among &among, const Record &key, Side side, Match *match) const
+// The same with the help of the guide.
+int IndexSort::boundAmong(const Among &among, const Record &key, Side side) const
 {
     const SortKey &keys = m_aid->key;
     SortGuide::Range range = among.range;
@@ -77,7 +79,6 @@ int IndexSort::boundAmong(const Among &among, const Record &key, Side side, Matc
         return stretch ? stretch[position - range.first] : m_list.at(position);
     };
     const bool isWhole = comparesDigests();
-    bool met = false;
     while (search.isOpen()) {
         if (stretch && search.isGuess())
             m_aid->prefetchNear(search, stretch, range.first);
@@ -85,15 +86,41 @@ int IndexSort::boundAmong(const Among &among, const Record &key, Side side, Matc
         const quint64 digest = keys(element.row());
         bool precedes = digest < among.digest;
         if (digest == among.digest) {
-            met = true;
             const int order = isWhole ? 0 : compare(element, key);
             precedes = side == Side::Behind ? order <= 0 : order < 0;
         }
         search.narrow(precedes, digest);
     }
-    if (match && isWhole)
-        *match = met ? Match::Met : Match::Missed;
     return search.place();
+}
+
+// search() among the positions from..count() - 1 where equal digests are equal keys. Of a group
+// that is asked for often only those rows are looked at whose marks fit: mostly the one.
+int IndexSort::searchByDigest(quint64 digest, const Record &key, int from) const
+{
+    const SortKey &keys = m_aid->key;
+    const SortGuide::Group group = m_aid->guide.group(digest);
+    SortGuide::Marks *const marks = m_aid->guide.marks(group);
+    const Record *const stretch = marks ? m_list.stretch(group.first, group.last) : nullptr;
+    if (!stretch || (!marks->areSet() && !marks->areDue())) {
+        const int position = boundAmong({digest, group, from, count()}, key, Side::Before);
+        return position < count() && compare(m_list.at(position), key) == 0 ? position : -1;
+    }
+    if (!marks->areSet()) {
+        const int rows = group.last - group.first;
+        quint64 digests[SortGuide::Marks::kMost];
+        std::for_each_n(stretch, rows, [&](const Record &record) { keys.prefetch(record.row()); });
+        std::transform(stretch, stretch + rows, digests,
+                       [&](const Record &record) { return keys(record.row()); });
+        marks->set(digests, rows);
+    }
+    for (quint32 fitting = marks->fitting(digest); fitting != 0; fitting &= fitting - 1) {
+        const int i = int(qCountTrailingZeroBits(fitting));
+        keys.prefetch(stretch[i].row());
+        if (group.first + i >= from && keys(stretch[i].row()) == digest)
+            return group.first + i;
+    }
+    return -1;
 }
 
 /// One of several searches by key that go on side by side.
@@ -181,7 +208,7 @@ int IndexSort::findAmong(const Among &among, const Record &record) const
         const Record *const found = std::find(stretch, end, record);
         return found != end ? range.first + int(found - stretch) : -1;
     }
-    return findBehind(boundAmong(among, record, Side::Before, nullptr), record);
+    return findBehind(boundAmong(among, record, Side::Before), record);
 }
 
 // The same among the records of its key, the first of which is known.

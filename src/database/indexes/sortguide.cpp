@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 
 struct SortGuide::Block {
     Block() { std::fill_n(digests, kPosts, kNoDigest); }
@@ -25,10 +26,27 @@ struct SortGuide::Block {
 
     int countBelow(quint64 limit) const;
     int countUpTo(quint64 limit) const;
+    int sizeOf(int post, int rows) const
+    {
+        return (post + 1 < posts ? places[post + 1] : rows) - places[post];
+    }
+
+    Marks *marksOf(int post) const;
 
 private:
+    struct AllMarks {
+        Marks of[kPosts];
+    };
+
+    void forgetMarks(int post)
+    {
+        if (AllMarks *const all = m_marks.get())
+            all->of[post].forget();
+    }
     void erase(int post)
     {
+        for (int behind = post; behind < posts; ++behind)
+            forgetMarks(behind);
         --posts;
         std::copy(places + post + 1, places + posts + 1, places + post);
         std::copy(digests + post + 1, digests + posts + 1, digests + post);
@@ -52,10 +70,19 @@ private:
             count = quint16(count + (places[post] <= quint16(place)));
         return int(count) - 1;
     }
-    int sizeOf(int post, int rows) const
+
+    /// Made by whichever reader comes first.
+    class MarksPointer
     {
-        return (post + 1 < posts ? places[post + 1] : rows) - places[post];
-    }
+    public:
+        ~MarksPointer() { delete get(); }
+        AllMarks *get() const { return m_marks.load(std::memory_order_acquire); }
+        AllMarks *make();
+
+    private:
+        std::atomic<AllMarks *> m_marks{nullptr};
+    };
+    mutable MarksPointer m_marks;
 };
 
 bool SortGuide::Block::insert(int place, quint64 digest, int rows)
@@ -73,6 +100,7 @@ bool SortGuide::Block::insert(int place, quint64 digest, int rows)
 
 bool SortGuide::Block::insertInto(int post, quint64 digest, int rows)
 {
+    forgetMarks(post);
     digests[post] = qMin(digests[post], digest); // less only before all rows
     shift(post + 1, 1);
     return sizeOf(post, rows + 1) <= kLargeGroup;
@@ -80,12 +108,15 @@ bool SortGuide::Block::insertInto(int post, quint64 digest, int rows)
 
 bool SortGuide::Block::removeFrom(int post, int rows)
 {
+    forgetMarks(post);
     shift(post + 1, -1);
     return joinSmall(post, rows - 1);
 }
 
 bool SortGuide::Block::move(int from, int to, quint64 digest, int rows)
 {
+    forgetMarks(from);
+    forgetMarks(to);
     digests[to] = qMin(digests[to], digest);
     for (int post = from + 1; post <= to; ++post)
         --places[post];
@@ -128,6 +159,81 @@ int SortGuide::Block::countBelow(quint64 limit) const
 int SortGuide::Block::countUpTo(quint64 limit) const
 {
     return count([limit](quint64 digest) { return digest <= limit; });
+}
+
+// Marks -------------------------------------------------------------------------------------------
+
+SortGuide::Block::AllMarks *SortGuide::Block::MarksPointer::make()
+{
+    AllMarks *marks = get();
+    if (marks)
+        return marks;
+    std::unique_ptr<AllMarks> fresh(new (std::nothrow) AllMarks);
+    if (!fresh || !m_marks.compare_exchange_strong(marks, fresh.get(), std::memory_order_acq_rel))
+        return marks; // another thread's, or none
+    return fresh.release();
+}
+
+SortGuide::Marks *SortGuide::Block::marksOf(int post) const
+{
+    AllMarks *const all = m_marks.make();
+    return all ? &all->of[post] : nullptr;
+}
+
+SortGuide::Marks *SortGuide::marks(const Group &group) const
+{
+    const size_t b = size_t(group.block);
+    if (b >= m_blocks.size())
+        return nullptr;
+    const Block &block = *m_blocks[b];
+    const int size = block.sizeOf(group.post, m_bases[b + 1] - m_bases[b]);
+    if (size > Marks::kMost || group.last - group.first != size ||
+        group.first != m_bases[b] + block.places[group.post])
+        return nullptr;
+    return block.marksOf(group.post);
+}
+
+quint64 SortGuide::Marks::markOf(quint64 digest)
+{
+    return qMax(digest * Q_UINT64_C(0x9E3779B97F4A7C15) >> 56, quint64(1));
+}
+
+bool SortGuide::Marks::areDue()
+{
+    // Another reader may count as well, or set marks, which must not be overwritten.
+    quint64 visits = m_words[0].load(std::memory_order_relaxed);
+    return !isSet(visits) &&
+           m_words[0].compare_exchange_strong(visits, visits + kVisit, std::memory_order_relaxed) &&
+           visits >= kVisits * kVisit;
+}
+
+void SortGuide::Marks::set(const quint64 *digests, int rows)
+{
+    for (int word = kMost / 8; word-- > 0;) { // the first one last: it tells that all are set
+        quint64 marks = 0;
+        for (int row = qMin(8 * word + 8, rows); row-- > 8 * word;)
+            marks = marks << 8 | markOf(digests[row]);
+        m_words[word].store(marks, std::memory_order_release);
+    }
+}
+
+void SortGuide::Marks::forget()
+{
+    m_words[0].store(0, std::memory_order_relaxed);
+}
+
+quint32 SortGuide::Marks::fitting(quint64 digest) const
+{
+    constexpr quint64 kLowBits = Q_UINT64_C(0x7F7F7F7F7F7F7F7F);
+    constexpr quint64 kGather = Q_UINT64_C(0x0102040810204080); // the lowest bits of bytes, on top
+    const quint64 sought = markOf(digest) * Q_UINT64_C(0x0101010101010101);
+    quint32 fitting = 0;
+    for (int word = 0; word < kMost / 8; ++word) {
+        const quint64 differing = m_words[word].load(std::memory_order_relaxed) ^ sought;
+        const quint64 equal = ~(((differing & kLowBits) + kLowBits) | differing | kLowBits);
+        fitting |= quint32((equal >> 7) * kGather >> 56) << (8 * word);
+    }
+    return fitting;
 }
 
 namespace
@@ -294,16 +400,6 @@ void SortGuide::replace(int block, int blocks, const std::vector<Post> &posts, i
     m_digests.insert(m_digests.begin() + block, digests.begin(), digests.end());
     m_bases.erase(m_bases.begin() + block + 1, m_bases.begin() + block + 1 + blocks);
     m_bases.insert(m_bases.begin() + block + 1, bases.begin(), bases.end());
-}
-
-void SortGuide::refresh(const DigestAt &digestAt)
-{
-    for (size_t b = 0; b < m_blocks.size(); ++b) {
-        Block &block = *m_blocks[b];
-        for (int post = 0; post < block.posts; ++post)
-            block.digests[post] = digestAt(m_bases[b] + block.places[post]);
-        m_digests[b] = block.digests[0];
-    }
 }
 
 // Following a change ------------------------------------------------------------------------------

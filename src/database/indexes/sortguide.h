@@ -2,6 +2,7 @@
 
 #include <QtCore/qglobal.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -32,6 +33,34 @@ public:
     struct Group : Range {
         int block;
         int post;
+    };
+    /// Marks of the rows of a group, a byte each that is made from the digest: by them a row is
+    /// found without a look at most of the others. Made for groups that are asked for repeatedly,
+    /// and forgotten when their rows change. Threads: readers of the guide may set them side by
+    /// side, as all make the same.
+    class Marks
+    {
+    public:
+        static constexpr int kMost = 32; // rows
+
+        bool areSet() const { return isSet(m_words[0].load(std::memory_order_acquire)); }
+        /// Whether the group, whose marks are not set, has been asked for often enough.
+        bool areDue();
+        void set(const quint64 *digests, int rows);
+        void forget();
+        /// The bit of each row that may have the digest.
+        quint32 fitting(quint64 digest) const;
+
+    private:
+        static constexpr quint64 kVisit = 0x100;
+        static constexpr quint64 kVisits = 2; // before marks are made
+
+        static quint64 markOf(quint64 digest); // not 0
+        static bool isSet(quint64 first) { return first % kVisit != 0; }
+
+        // Each holds the marks of eight rows, the first in its lowest byte. While that is 0 in the
+        // first word no marks are set, and the rest of it counts visits.
+        std::atomic<quint64> m_words[kMost / 8]{};
     };
     /// A search for a digest in a range, one probe after the other: first where the row should
     /// stand if digests lie evenly, then beside that, then where it should stand by what has been
@@ -154,12 +183,13 @@ public:
     Range range(quint64 digest) const { return group(digest); }
     /// The same, with where the range begins.
     Group group(quint64 digest) const;
+    /// The marks of a group that the guide has given since its last change. Null for a range that
+    /// is more than that, and when there is no memory. Takes two bytes a row once it is called.
+    Marks *marks(const Group &group) const;
 
     void clear();
     /// Sets posts along \p count rows.
     void build(int count, const DigestAt &digestAt);
-    /// Reads the posts' digests again: those of all rows have changed, but not their order.
-    void refresh(const DigestAt &digestAt);
     /// Follows a change of the sequence: the rows at so many positions \p removed left, others
     /// came; both ascend, and \p digestAt reads the sequence as it is now.
     void update(const int *removed, int removals, const Insertion *inserted, int insertions,
@@ -178,6 +208,7 @@ private:
     static constexpr int kPosts = 128;
     static constexpr int kGroup = 16; // rows of a new group
     static constexpr int kLargeGroup = 2 * kGroup;
+    static_assert(kLargeGroup <= Marks::kMost);
 
     static constexpr int kFewPosts = kPosts / 8;
     static constexpr int kRebuiltShare = 4; // more events than one in so many rows: begin anew

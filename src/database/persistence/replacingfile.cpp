@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace
 {
@@ -23,6 +24,20 @@ bool syncToDisk(int descriptor)
 }
 
 } // namespace
+
+qint64 WriteBehindFile::writeData(const char *data, qint64 length)
+{
+    constexpr qint64 kStretch = 4 << 20;
+    const qint64 written = QFile::writeData(data, length);
+    m_unsent += qMax(written, qint64(0));
+#ifdef SYNC_FILE_RANGE_WRITE
+    if (m_unsent >= kStretch) { // a hint: what fails will fail again where it counts
+        ::sync_file_range(handle(), m_sent, m_unsent, SYNC_FILE_RANGE_WRITE);
+        m_sent += std::exchange(m_unsent, 0);
+    }
+#endif
+    return written;
+}
 
 ReplacingFile::ReplacingFile(const QString &path, const QString &temporary)
     : m_path(path)

@@ -4,6 +4,18 @@
 #include <QtCore/qfile.h>
 #include <QtCore/qstring.h>
 
+/// A file that is written from its start to its end, and whose bytes are on their way to the disk
+/// while more are made: the flush at the end then waits for the last of them only.
+class WriteBehindFile : public QFile
+{
+protected:
+    qint64 writeData(const char *data, qint64 length) override;
+
+private:
+    qint64 m_sent = 0;   // bytes that the disk has been asked to take
+    qint64 m_unsent = 0; // bytes behind them
+};
+
 /// A file that is written beside the one it replaces.
 ///
 /// Invariants:
@@ -37,6 +49,6 @@ private:
     const QString m_path;
     const QByteArray m_target;    // the path, encoded
     const QByteArray m_temporary; // encoded
-    QFile m_file;
+    WriteBehindFile m_file;
     QString m_error;
 };

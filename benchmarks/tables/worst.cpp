@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <numeric>
+#include <random>
 
 namespace
 {
@@ -84,6 +85,8 @@ public:
             const Rows &rows = m_case.before;
             return std::memcmp(&rows[size_t(a)].key, &rows[size_t(b)].key, sizeof(Key)) < 0;
         });
+        if (m_case.shuffled)
+            std::shuffle(m_changes.begin(), m_changes.end(), std::mt19937(kSeed));
     }
 
     /// The batch; then, over what it has left, what would be done in its place.
@@ -210,10 +213,12 @@ private:
         return sum;
     }
 
+    static constexpr unsigned kSeed = 7;
+
     const std::string m_name;
     const WorstCase m_case;
     const Rows m_after;         // by key
-    std::vector<int> m_changes; // places of the changed rows, by key
+    std::vector<int> m_changes; // places of the changed rows, in the order in which they come
 };
 
 } // namespace

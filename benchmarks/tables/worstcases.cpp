@@ -42,6 +42,13 @@ WorstCase allMove(const Rows &rows, const Rows &others)
     return {rows, changed, {}};
 }
 
+WorstCase allMoveShuffled(const Rows &rows, const Rows &others)
+{
+    WorstCase result = allMove(rows, others);
+    result.shuffled = true;
+    return result;
+}
+
 WorstCase allTie(const Rows &rows, const Rows &)
 {
     return {withValues(rows, 1, 0), withValues(rows, 2, 0), {}};
@@ -91,6 +98,7 @@ const std::vector<WorstKind> &worstKinds()
 {
     static const std::vector<WorstKind> kinds = {
         {"all rows move", allMove},
+        {"all rows move, shuffled", allMoveShuffled},
         {"all rows move, all tie", allTie},
         {"all rows change, none moves", noneMoves},
         {"all rows change places", allReverse},

@@ -9,8 +9,9 @@ using Rows = std::vector<Row>;
 /// Rows that stand in a table, in the order in which they came, and a batch that follows.
 struct WorstCase {
     Rows before;
-    Rows changed;  ///< other values of last, volume and time for each of them; or empty
-    Rows inserted; ///< in the order in which they come; or empty
+    Rows changed;          ///< other values of last, volume and time for each of them; or empty
+    Rows inserted;         ///< in the order in which they come; or empty
+    bool shuffled = false; ///< whether changes come in no order, and not by key
 
     Rows after() const;
 };

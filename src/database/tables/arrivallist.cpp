@@ -179,7 +179,7 @@ void ArrivalList::sortByWords(Ranked *first, Ranked *last, qint64 offset, qint64
         }
         if (!differ)
             continue;
-        if (falls) // many a batch is filled in the order of its keys
+        if (falls) // many a batch is filled in order as far as this word goes
             std::sort(first, last,
                       [](const Ranked &a, const Ranked &b) { return a.digest < b.digest; });
         while (first != last) {

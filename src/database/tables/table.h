@@ -138,7 +138,8 @@ public:
     /// key takes it too. Not from inside a transaction of this table.
     void process(const QList<Record> &updated, int first, int last, const QList<Record> &changed);
     void processSingleTransaction(RecordsTrans &transaction);
-    /// The passes over the indexes; \p removed grows by what an IndexLimit drops.
+    /// The passes over the indexes. A row stands in \p updated once; \p removed grows by what an
+    /// IndexLimit drops.
     void processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
                                   int last, const QList<Record> &inserted, QList<Record> changed);
     /// 0 idle, 1 while the secondary indexes preprocess, 2 while they process.

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -46,35 +47,47 @@ void copyRows(const QList<Record> &to, const QList<Record> &from, const ColumnSp
 // Lets go of rows that the table keeps: each is visited to count it down.
 void release(QList<Record> &records)
 {
-    if (records.isEmpty())
+    if (records.isEmpty() || !records.isDetached()) // an index may have kept the list
         return;
     Record *const record = &records.first(); // lists of records are lists of pointers
-    Concurrently::forStretches(records.size(), [=](int first, int last) {
-        for (int i = first; i < last; ++i) {
-            if (i + kRowsAhead < last)
-                prefetch(record[i + kRowsAhead].row());
-            Record().swap(record[i]);
-        }
-    });
-    records.clear();
+    try {
+        Concurrently::forStretches(records.size(), [=](int first, int last) {
+            for (int i = first; i < last; ++i) {
+                if (i + kRowsAhead < last)
+                    prefetch(record[i + kRowsAhead].row());
+                Record().swap(record[i]);
+            }
+        });
+    } catch (const std::bad_alloc &) {
+        // The list lets go of them.
+    }
 }
 
-// Lets go of rows that nobody else holds, in the order of their addresses: freed at random, a
+// Brings handles that nobody else holds into the order of the rows' addresses. Freed at random, a
 // block's neighbours in memory would have to be fetched for it.
-void freeRows(QList<Record> &rows)
+void sortByAddress(QList<Record> &rows)
 {
     struct Handle {
         quint64 digest; // the address
     };
     static_assert(sizeof(Handle) == sizeof(Record), "sorted as numbers, not counted");
+    void *const handles = &rows.first();
+    const size_t size = size_t(rows.size()) * sizeof(Handle);
+    ScratchVector<Handle> sorted(static_cast<size_t>(rows.size())), buffer;
+    std::memcpy(sorted.data(), handles, size);
+    sortByDigests(sorted, buffer);
+    std::memcpy(handles, sorted.data(), size);
+}
+
+void freeRows(QList<Record> &rows)
+{
     constexpr int kMany = 1024;
-    if (rows.size() >= kMany && !std::is_sorted(rows.cbegin(), rows.cend())) {
-        void *const handles = &rows.first();
-        const size_t size = size_t(rows.size()) * sizeof(Handle);
-        ScratchVector<Handle> sorted(static_cast<size_t>(rows.size())), buffer;
-        std::memcpy(sorted.data(), handles, size);
-        sortByDigests(sorted, buffer);
-        std::memcpy(handles, sorted.data(), size);
+    if (rows.size() >= kMany && rows.isDetached() && !std::is_sorted(rows.cbegin(), rows.cend())) {
+        try {
+            sortByAddress(rows);
+        } catch (const std::bad_alloc &) {
+            // They are freed in any order.
+        }
     }
     rows.clear();
 }

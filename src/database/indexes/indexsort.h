@@ -22,7 +22,8 @@ class SortAid;
 ///
 /// A batch of m changes over n records costs O(m log n) comparisons and one pass over the chunks
 /// that it touches: preprocess() notes the positions by the old keys. A batch that comes without
-/// preprocess() finds changed keys by a scan of the handles. An index that tells by setColumns()
+/// preprocess() finds changed keys by a scan of the handles. One of an eighth of the records and
+/// more goes through the whole list instead, in O(n + m log m). An index that tells by setColumns()
 /// what it reads is passed by where nothing of that changes, and compares most rows by numbers
 /// taken from their key cells, without calling compare().
 ///

@@ -5,6 +5,7 @@
 #include "database/services/concurrently.h"
 
 #include <algorithm>
+#include <atomic>
 
 SortSweep::SortSweep(IndexSort &index, const QList<Record> &removed, const QList<Record> &updated,
                      const QList<Record> &inserted)
@@ -161,20 +162,50 @@ void SortSweep::readDigest(const Record &record, quint64 *digest)
     m_covered = false;
 }
 
+// The filter, which one thread asks, finds rows in the cache where their digests have just been
+// read by several.
 void SortSweep::lookAtList()
 {
+    constexpr int kTile = 8192;
     m_fates.resize(size_t(count()));
-    m_digests.assign(size_t(count()), 0);
-    lookAt(
-        count(), [this](int i) -> const Record & { return m_cursor.at(i); },
-        [this](size_t i, const Record &record) {
-            const int slot = m_slots[i];
+    const SortAid *const aid = m_index.m_aid.get();
+    if (aid && aid->key.isOn())
+        m_digests.resize(size_t(count()));
+    else
+        m_digests.assign(size_t(count()), 0);
+    for (int first = 0; first < count(); first += kTile) {
+        const int last = qMin(first + kTile, count());
+        readDigests(first, last);
+        for (int position = first; position < last; ++position) {
+            const int slot = m_slots[size_t(position)];
+            Fate &fate = m_fates[size_t(position)];
             if (slot < m_removed.size())
-                m_fates[i] = slot == -1 ? Stays : Leaves;
+                fate = slot == -1 ? Stays : Leaves;
             else
-                m_fates[i] = m_index.filter(record) ? MayStay : Leaves;
-            readDigest(record, &m_digests[i]);
-        });
+                fate = m_index.filter(m_cursor.at(position)) ? MayStay : Leaves;
+        }
+    }
+}
+
+// Of the records at some positions. Those that the key does not cover are left to coverAll().
+void SortSweep::readDigests(int from, int to)
+{
+    const SortAid *const aid = m_index.m_aid.get();
+    if (!aid || !aid->key.isOn())
+        return;
+    std::atomic<bool> areCovered{true};
+    Concurrently::forStretches(to - from, [&](int first, int last) {
+        Cursor cursor(m_index.m_list);
+        bool covered = true;
+        for (int position = from + first; position < from + last; ++position) {
+            if (position + kAhead < to)
+                aid->key.prefetchWhole(cursor.at(position + kAhead).row());
+            covered &= aid->key.covers(cursor.at(position).row(), &m_digests[size_t(position)]);
+        }
+        if (!covered)
+            areCovered = false;
+    });
+    m_covered = m_covered && areCovered;
 }
 
 // Drops those that the filter does not accept.

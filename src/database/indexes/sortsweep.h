@@ -90,6 +90,7 @@ private:
     void lookAt(int n, RecordAt recordAt, Look look);
     void readDigest(const Record &record, quint64 *digest);
     void lookAtList();
+    void readDigests(int from, int to);
     void lookAtOutsiders();
     void coverAll();
     int compare(int a, int b);

@@ -228,6 +228,30 @@ TEST(TableIOTest, rowsArriveByTenThousandAndReportThemselves)
     EXPECT_EQ(counts, (QList<int>{0, 10240}));
 }
 
+// More than are packed at once, so that threads take turns.
+TEST(TableIOTest, keepsManyRowsInTheirOrder)
+{
+    constexpr int kRows = 50000;
+    KeyedTable table, copy;
+    for (int key = 0; key < kRows; ++key) {
+        const Record row(&table);
+        row.data(0).setValue(key);
+        if (key % 3 != 0)
+            row.data(1).setValue(7 * key);
+        table.appendRow(row.row());
+    }
+    MemoryStream stream(saved(table));
+    TableIO(&copy).read(stream, true);
+    ASSERT_EQ(copy.rowCount(), kRows);
+    int wrong = 0;
+    for (int key = 0; key < kRows; ++key) {
+        const Record &row = copy.at(key);
+        wrong += row.data(0).value<int>() != key || row.data(1).isNull() != (key % 3 == 0) ||
+                 (key % 3 != 0 && row.data(1).value<int>() != 7 * key);
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
 TEST(TableIOTest, cancellingALoadLeavesTheTableInOrder)
 {
     Table table("t", QString());

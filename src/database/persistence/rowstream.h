@@ -1,5 +1,7 @@
 #pragma once
 
+#include "database/services/concurrently.h"
+
 #include <QtCore/qglobal.h>
 
 #include <vector>
@@ -7,22 +9,31 @@
 class QDataStream;
 class RowFormat;
 
-/// Packed rows on their way into a stream, handed over in blocks. Errors are the stream's status.
+/// Rows on their way into a stream, packed into blocks. While one block is handed over, which the
+/// thread that writes does, the next one is packed by another thread where one is at hand. Errors
+/// are the stream's status.
 class RowWriter
 {
 public:
     RowWriter(QDataStream &stream, const RowFormat &format);
 
-    /// \p data is the data area of a row block.
+    /// \p data is the data area of a row block, which stays as it is until finish().
     void write(const uchar *data);
     /// Hands over what is left. Without it the last rows are not written.
     void finish();
 
 private:
+    void turn();
+    void pack();
+    void handOver();
+
     QDataStream &m_stream;     // borrowed
     const RowFormat &m_format; // borrowed
-    std::vector<uchar> m_block;
-    size_t m_used = 0;
+    const size_t m_blockRows;
+    std::vector<const uchar *> m_rows; // to be packed
+    std::vector<uchar> m_packing;
+    std::vector<uchar> m_packed; // to be handed over
+    Concurrently::Crew m_crew;
 };
 
 /// Packed rows out of a stream, read in blocks: never a byte more than the rows asked for, and

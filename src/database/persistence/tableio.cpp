@@ -5,24 +5,11 @@
 #include "database/persistence/rowformat.h"
 #include "database/persistence/rowstream.h"
 #include "database/persistence/tabledatastream.h"
-#include "database/tables/prefetch.h"
 #include "database/tables/table.h"
 #include "database/tables/tableindexrebuilder.h"
 
 #include <QtCore/qdir.h>
 #include <QtCore/qfileinfo.h>
-
-namespace
-{
-
-void prefetchRow(const uchar *row, qint64 size)
-{
-    constexpr qint64 kLine = 64;
-    for (qint64 at = kRowHeaderSize; at < size; at += kLine)
-        prefetch(row + at);
-}
-
-} // namespace
 
 TableIO::TableIO(Table *table)
     : m_table(table)
@@ -81,15 +68,9 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header,
             .arg(rowSize)
             .arg(format.rowSize());
     }
-    constexpr int kRowsAhead = 8; // whose bytes are asked for
     RowWriter writer(stream, format);
-    const MasterIndex &rows = *m_table->masterIndex();
-    auto ahead = rows.begin();
-    int asked = 0;
     int i = 0;
-    for (const Record &record : rows) {
-        for (; ahead != rows.end() && asked <= i + kRowsAhead; ++asked, ++ahead)
-            prefetchRow(ahead->row(), m_table->rowSize());
+    for (const Record &record : *m_table->masterIndex()) {
         writer.write(record.row() + kRowHeaderSize);
         progress(i++, header.rowCount);
     }

@@ -14,7 +14,7 @@ constexpr size_t kLargePage = size_t(2) << 20;
 // Around the sizes at which memory is mapped, and mapped in large pages.
 TEST(ScratchMemory, holdsWhatIsWrittenFromItsFirstByteToItsLast)
 {
-    for (const size_t size : {size_t(1), size_t(4096), size_t(256) << 10, kLargePage,
+    for (const size_t size : {size_t(1), size_t(4096), size_t(128) << 10, kLargePage,
                               3 * kLargePage, 3 * kLargePage + kLargePage / 2}) {
         for (const size_t bytes : {size - 1, size, size + 1}) {
             SCOPED_TRACE(bytes);

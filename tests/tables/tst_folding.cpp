@@ -351,7 +351,7 @@ INSTANTIATE_TEST_SUITE_P(Keys, FoldingRules, ::testing::Values(AsBytes, ByValue,
 // Many enough to be sorted by digests, which go by the keys that came first.
 TEST(BatchLists, areInTheOrderOfKeys)
 {
-    constexpr int kOdd = 17000; // an entry whose board and code are unlike those before
+    constexpr int kOdd = 17000; // a mixed entry whose key is unlike those before
     const auto codeOf = [](const std::string &order, int i, int n) {
         const int mixed = int(qint64(i) * 7919 % n); // each number once, in no order
         if (order == "rising" || (order == "rising at first" && i < n * 9 / 10))
@@ -369,12 +369,14 @@ TEST(BatchLists, areInTheOrderOfKeys)
                 RecordsTrans batch(&table);
                 std::set<const uchar *> entered;
                 for (int i = 0; i < n; ++i) {
-                    const QString board = QStringLiteral("BOARD%1").arg(i % 3);
+                    const bool isOdd = i == kOdd && order == std::string("mixed");
+                    const int number = codeOf(order, i, n);
+                    const QString board = QStringLiteral("BOARD%1").arg(number * 3 / n);
                     const QString code = QStringLiteral("%1%2")
-                                             .arg(i == kOdd ? QChar(0x416) : QLatin1Char('O'))
-                                             .arg(codeOf(order, i, n), 6, 10, QLatin1Char('0'));
+                                             .arg(isOdd ? QChar(0x416) : QLatin1Char('O'))
+                                             .arg(number, 6, 10, QLatin1Char('0'));
                     Record row = newRow(table, {qPrintable(board), qPrintable(code)});
-                    if (i == kOdd && kind == ByValue)
+                    if (isOdd && kind == ByValue)
                         row.data(0).setNull();
                     batch.insertRow(row);
                     entered.insert(row.row());

@@ -55,15 +55,26 @@ protected:
                      digestAt);
     }
 
-    /// A row takes another digest without leaving its place.
-    void changeInPlace()
+    /// Neighbours take other digests without leaving their places: any, or all of them rise or fall
+    /// past signposts that stand among them.
+    void changeInPlace(int most)
     {
-        const int position = below(int(rows.size()));
-        const quint64 low = position > 0 ? rows[size_t(position) - 1] : 0;
-        const quint64 high = position + 1 < int(rows.size()) ? rows[size_t(position) + 1] : low + 9;
-        rows[size_t(position)] = low + random() % (high - low + 1);
-        const SortGuide::Insertion again{position + 1, rows[size_t(position)]};
-        guide.update(&position, 1, &again, 1, digestAt);
+        const int first = below(int(rows.size()));
+        const int end = qMin(first + 1 + below(most), int(rows.size()));
+        const quint64 low = first > 0 ? rows[size_t(first) - 1] : 0;
+        const quint64 high = end < int(rows.size()) ? rows[size_t(end)] : rows.back() + 9;
+        const quint64 span = below(3) ? (high - low) / 8 : high - low;
+        const quint64 base = below(2) ? low : high - span;
+        std::vector<int> removed;
+        std::vector<SortGuide::Insertion> again;
+        for (int i = first; i < end; ++i)
+            rows[size_t(i)] = base + random() % (span + 1);
+        std::sort(rows.begin() + first, rows.begin() + end);
+        for (int i = first; i < end; ++i) {
+            removed.push_back(i);
+            again.push_back({i + 1, rows[size_t(i)]});
+        }
+        guide.update(removed.data(), end - first, again.data(), end - first, digestAt);
     }
 
     /// A row takes another digest and goes where that belongs, unless it is in order where it is.
@@ -139,7 +150,7 @@ TEST_P(SortGuideModel, bracketsEveryDigestThroughAllChanges)
         const int most = below(8) ? 3 : shape.changes;
         change(below(most + 1) / (grows ? 2 : 1), below(most + 1) + (grows ? most / 3 : 0));
         for (int i = 0; i < 3 && !rows.empty(); ++i) {
-            changeInPlace();
+            changeInPlace(i == 0 ? 1 : shape.changes);
             moveOne();
         }
         ASSERT_EQ(guide.count(), int(rows.size()));

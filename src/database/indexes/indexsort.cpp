@@ -341,6 +341,7 @@ void IndexSort::settleTick(const Record &record, int index)
     if (place != index + 1)
         m_list.move(index, place);
     m_aid->guide.move(tick.from, index, tick.to, place, tick.digest, m_aid->digestAt());
+    m_aid->assertGuides();
 }
 
 void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,

@@ -73,6 +73,8 @@ public:
         });
     }
     bool guides() const { return key.isOn() && guide.count() == m_list.count(); }
+    /// In debug builds: after a batch the signposts still divide the list as they say.
+    void assertGuides() const { Q_ASSERT(!guides() || guide.verify(digestAt())); }
 
     /// What is known of a tick before its row changes.
     struct Tick {

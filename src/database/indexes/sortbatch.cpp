@@ -384,6 +384,7 @@ void SortBatch::moveSignposts()
         return;
     if (!m_aid) {
         aid->setUp();
+        aid->assertGuides();
         return;
     }
     // A record that stays may have passed a signpost: it counts as one that comes behind itself.
@@ -407,4 +408,5 @@ void SortBatch::moveSignposts()
     comeUpTo(m_index.count() + int(m_leaving.size()));
     aid->guide.update(removed.data(), int(removed.size()), inserted.data(), int(inserted.size()),
                       aid->digestAt());
+    aid->assertGuides();
 }

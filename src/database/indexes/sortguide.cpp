@@ -404,79 +404,104 @@ void SortGuide::replace(int block, int blocks, const std::vector<Post> &posts, i
 
 // Following a change ------------------------------------------------------------------------------
 
+// All rows that leave go before the first one comes. A row that stays and takes another digest is
+// one that leaves and comes: beside a neighbour that has not been taken out yet it would be put
+// into that neighbour's group, though its digest may be past the next post.
 void SortGuide::update(const int *removed, int removals, const Insertion *inserted, int insertions,
                        const DigestAt &digestAt)
 {
     const int rows = count() + insertions - removals;
-    std::vector<int> untidy;
-    if (m_blocks.empty() || removals + insertions > qMax(count() / kRebuiltShare, 2) ||
-        !follow(removed, removed + removals, inserted, inserted + insertions, untidy)) {
+    std::vector<bool> untidy(m_blocks.size());
+    if (m_blocks.empty() || removals + insertions > qMax(count() / kRebuiltShare, 2)) {
         build(rows, digestAt);
         return;
     }
-    for (auto block = untidy.rbegin(); block != untidy.rend(); ++block)
-        tidy(*block, digestAt);
+    takeOut(removed, removed + removals, untidy);
+    if (m_blocks.empty() || !putIn(removed, removals, inserted, insertions, untidy)) {
+        build(rows, digestAt);
+        return;
+    }
+    for (int block = int(untidy.size()); block-- > 0;) {
+        if (untidy[size_t(block)])
+            tidy(block, digestAt);
+    }
 }
 
-/// Takes the events in the order of their positions, each into the block it falls in, and shifts
-/// the blocks between. \return false when a block has more rows than its places can count
-bool SortGuide::follow(const int *remove, const int *removeEnd, const Insertion *insert,
-                       const Insertion *insertEnd, std::vector<int> &untidy)
+/// Takes the rows at ascending positions out, and blocks that have none left.
+void SortGuide::takeOut(const int *removed, const int *end, std::vector<bool> &untidy)
 {
     const int blocks = int(m_blocks.size());
-    int b = 0;     // from this block on, bases are those from before the change
-    int shift = 0; // what they have to be moved by
-    const auto moveTo = [&](int block) {
-        const int by = shift;
-        for (int *base = m_bases.data() + b; base < m_bases.data() + block; ++base)
-            *base += by;
-        b = qMax(b, block);
-    };
-    while (remove != removeEnd || insert != insertEnd) {
-        const bool inserts =
-            insert != insertEnd && (remove == removeEnd || insert->position <= *remove);
-        const int position = inserts ? insert->position : *remove;
-        const auto above = std::upper_bound(m_bases.begin() + b + 1, m_bases.end() - 1, position);
-        int target = int(above - m_bases.begin()) - 1;
-        if (inserts && target > b && position == m_bases[size_t(target)] &&
-            insert->digest < m_digests[size_t(target)])
-            --target;
-        moveTo(target);
-
+    bool isOneEmpty = false;
+    int shift = 0; // rows taken out of the blocks before
+    for (int b = 0; b < blocks; ++b) {
+        int rows = m_bases[size_t(b) + 1] - m_bases[size_t(b)];
         const int base = m_bases[size_t(b)];
-        const int end = m_bases[size_t(b) + 1];
-        Block &block = *m_blocks[size_t(b)];
-        int rows = end - base;
-        bool tidy = true;
-        const auto insertsHere = [&] {
-            return insert != insertEnd &&
-                   (insert->position < end ||
-                    (insert->position == end &&
-                     (b + 1 == blocks || insert->digest < m_digests[size_t(b) + 1])));
-        };
-        while (true) {
-            const bool removesHere = remove != removeEnd && *remove < end;
-            const int local = rows - end; // from an old position to a place as it is now
-            if (insertsHere() && (!removesHere || insert->position <= *remove)) {
-                tidy &= block.insert(insert->position + local, insert->digest, rows++);
-                ++insert;
-            } else if (removesHere) {
-                tidy &= block.remove(*remove + local, rows--);
-                ++remove;
-            } else {
+        m_bases[size_t(b)] -= shift;
+        const int before = shift;
+        for (; removed != end && *removed < m_bases[size_t(b) + 1]; ++removed, ++shift) {
+            if (!m_blocks[size_t(b)]->remove(*removed - base - (shift - before), rows--))
+                untidy[size_t(b)] = true;
+        }
+        if (shift != before)
+            m_digests[size_t(b)] = m_blocks[size_t(b)]->digests[0];
+        isOneEmpty |= rows == 0;
+    }
+    m_bases[size_t(blocks)] -= shift;
+    if (!isOneEmpty)
+        return;
+    size_t kept = 0;
+    for (size_t b = 0; b < size_t(blocks); ++b) {
+        if (m_bases[b] == m_bases[b + 1])
+            continue;
+        m_blocks[kept].swap(m_blocks[b]);
+        m_digests[kept] = m_digests[b];
+        m_bases[kept] = m_bases[b];
+        untidy[kept++] = untidy[b];
+    }
+    m_bases[kept] = m_bases[size_t(blocks)];
+    m_blocks.resize(kept);
+    m_digests.resize(kept);
+    m_bases.resize(kept + 1);
+    untidy.resize(kept);
+}
+
+/// Takes rows in that come before ascending positions of the sequence as it was before rows were
+/// taken out. \return false when a block has more rows than its places can count
+bool SortGuide::putIn(const int *removed, int removals, const Insertion *inserted, int insertions,
+                      std::vector<bool> &untidy)
+{
+    const int blocks = int(m_blocks.size());
+    const int *const removedEnd = removed + removals;
+    const Insertion *const end = inserted + insertions;
+    int taken = 0; // rows taken out before the next one that comes
+    const auto positionOfNext = [&] {
+        for (; removed != removedEnd && *removed < inserted->position; ++removed)
+            ++taken;
+        return inserted->position - taken;
+    };
+    int shift = 0; // rows that came into the blocks before
+    for (int b = 0; b < blocks; ++b) {
+        const int base = m_bases[size_t(b)];
+        const int next = m_bases[size_t(b) + 1];
+        const bool isLast = b + 1 == blocks;
+        int rows = next - base;
+        for (; inserted != end; ++inserted) {
+            const int position = positionOfNext();
+            if (!isLast && (position > next ||
+                            (position == next && inserted->digest >= m_digests[size_t(b) + 1])))
                 break;
-            }
+            const int place = position - base + (rows - (next - base));
+            if (!m_blocks[size_t(b)]->insert(place, inserted->digest, rows++))
+                untidy[size_t(b)] = true;
             if (rows > std::numeric_limits<quint16>::max())
                 return false;
         }
         m_bases[size_t(b)] += shift;
-        m_digests[size_t(b)] = block.digests[0];
-        if (!tidy)
-            untidy.push_back(b);
-        shift += rows - (end - base);
-        ++b;
+        if (rows != next - base)
+            m_digests[size_t(b)] = m_blocks[size_t(b)]->digests[0];
+        shift += rows - (next - base);
     }
-    moveTo(blocks + 1);
+    m_bases[size_t(blocks)] += shift;
     return true;
 }
 

@@ -135,11 +135,15 @@ public:
         {
             return position >= m_centre - kNear && position <= m_centre + kNear;
         }
+        // Never outside the range, also for a digest that is: a position read by it is one of a
+        // row.
         static int guess(const Range &range, quint64 digest)
         {
+            if (digest <= range.low || range.high <= range.low)
+                return range.first;
             const double share = double(digest - range.low) / (double(range.high - range.low) + 1);
-            return qMin(range.first + int(share * (range.last - range.first) + 0.5),
-                        range.last - 1);
+            const double rows = range.last - range.first;
+            return range.first + int(qMin(share * rows + 0.5, qMax(rows - 1, 0.0)));
         }
 
         int m_first;
@@ -191,7 +195,8 @@ public:
     /// Sets posts along \p count rows.
     void build(int count, const DigestAt &digestAt);
     /// Follows a change of the sequence: the rows at so many positions \p removed left, others
-    /// came; both ascend, and \p digestAt reads the sequence as it is now.
+    /// came; both ascend, and \p digestAt reads the sequence as it is now. A row that stays and
+    /// takes another digest is one that left and came before the row behind it.
     void update(const int *removed, int removals, const Insertion *inserted, int insertions,
                 const DigestAt &digestAt);
     /// Follows one row that left its position for another, or stayed and took another digest.
@@ -221,8 +226,9 @@ private:
     };
 
     void replace(int block, int blocks, const std::vector<Post> &posts, int rows);
-    bool follow(const int *remove, const int *removeEnd, const Insertion *insert,
-                const Insertion *insertEnd, std::vector<int> &untidy);
+    void takeOut(const int *removed, const int *end, std::vector<bool> &untidy);
+    bool putIn(const int *removed, int removals, const Insertion *inserted, int insertions,
+               std::vector<bool> &untidy);
     void tidy(int block, const DigestAt &digestAt);
 
     std::vector<std::unique_ptr<Block>> m_blocks;

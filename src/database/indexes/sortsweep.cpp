@@ -463,4 +463,5 @@ void SortSweep::setSignposts(DigestAt digestAt)
     aid->guide.clear();
     if (m_key)
         aid->guide.build(count(), digestAt);
+    aid->assertGuides();
 }

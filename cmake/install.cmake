@@ -8,6 +8,7 @@ set(DATABASE_PRIVATE_HEADERS
     bcdiiround.h
     indexes/concurrentsort.h
     indexes/digestsort.h
+    indexes/rowexchange.h
     indexes/scratchmemory.h
     indexes/sortaid.h
     indexes/sortbatch.h
@@ -15,7 +16,6 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/sortkey.h
     indexes/sortsweep.h
     indexes/spreadsort.h
-    indexes/tablelocker.h
     joins/joincells.h
     joins/joinchunks.h
     joins/joinkeyindex.h
@@ -37,6 +37,8 @@ set(DATABASE_PRIVATE_HEADERS
     tables/arrivallist.h
     tables/columnspan.h
     tables/firsterror.h
+    tables/indexregistry.h
+    tables/pendingrow.h
     tables/prefetch.h
     tables/streamtext.h
     values/digittext.h

@@ -2,6 +2,7 @@
 
 #include "database/masterindex_struct.h"
 #include "database/services/exception.h"
+#include "database/tables/pendingrow.h"
 #include "database/tables/recordstrans.h"
 #include "database/tables/table.h"
 
@@ -57,7 +58,9 @@ Field Record::data(int column) const
 
 Field Record::data(const QString &column) const
 {
-    return data(table()->columnIndex(column));
+    if (!m_row)
+        throw QStringLiteral("A null record has no column '%1'.").arg(column);
+    return data(table()->columnDef(column)->index);
 }
 
 bool Record::inTable() const
@@ -106,22 +109,24 @@ Field RecordUpdater::field(int column)
 
 Field RecordUpdater::field(const QString &column)
 {
-    return field(m_transaction->table()->columnIndex(column));
+    return field(m_transaction->table()->columnDef(column)->index);
 }
 
 RecordUpdater &RecordUpdater::operator=(const Record &source)
 {
     Q_ASSERT(m_transaction->table()->masterIndex()->compare(m_pending, source) == 0);
-    m_pending.copy(source);
     widen(0, m_transaction->table()->columnCount() - 1);
+    m_pending.copy(source);
     return *this;
 }
 
 void RecordUpdater::widen(int first, int last)
 {
+    m_transaction->checkLayout();
     m_first = qMin(m_first, first);
     m_last = qMax(m_last, last);
     m_transaction->widen(first, last);
+    PendingRow::mark(m_pending, first, last);
 }
 
 void RecordUpdater::remove()

@@ -25,7 +25,7 @@ class Table;
 /// only be copied, compared and dropped. Adding a column to a table moves its rows: handles that
 /// are held outside the table's indexes across Table::addColumn() may only be dropped.
 ///
-/// No operation throws; null handles give empty results.
+/// No operation but data() by name throws; null handles give empty results.
 class DATABASE_EXPORT Record
 {
 public:
@@ -86,6 +86,7 @@ public:
 
     /// The cell of a column. The handle is not null and the column exists.
     Field data(int column) const;
+    /// \throws QString "Table '%1' has no column '%2'.", and for a null handle
     Field data(const QString &column) const;
 
     /// Whether the owning table's master index holds this very row.
@@ -140,16 +141,17 @@ public:
 
     const Record &record() const { return m_pending; }
 
-    /// The cell for writing; widens the range of changed columns. Key cells are read only once the
-    /// row stands in the transaction (debug builds assert it).
+    /// The cell for writing; it counts as changed, and the range of changed columns widens. Key
+    /// cells are read only once the row stands in the transaction (debug builds assert it).
+    /// \throws QString when a column was added to the table meanwhile, and by name
+    /// "Table '%1' has no column '%2'."
     Field field(int column);
     Field field(const QString &column);
 
     /// Copies every column of a row of the same key; the range becomes all columns.
     RecordUpdater &operator=(const Record &source);
 
-    /// Widens the range of changed columns to cover first..last, for helpers that write through
-    /// record() themselves.
+    /// The same for the columns first..last, for helpers that write through record() themselves.
     void widen(int first, int last);
 
     /// Turns the entry into a removal; a row that the same transaction inserts disappears from it.

@@ -64,9 +64,11 @@ struct BatchModel {
     enum Kind { Inserted, Removed, Updated };
     struct Entry {
         Kind kind = Removed;
-        Record record; // what stands for the entry in further operations
-        Row row;       // of an insertion, or of a row that no table has seen
-        Row change;    // of an update
+        Record record;         // what stands for the entry in further operations
+        Row row;               // of an insertion, or of a row that no table has seen
+        Row change;            // of an update
+        std::set<int> written; // the columns of the change that count, or of an upserted row
+        bool upserted = false; // an insertion that upsertRow() made
     };
 
     void widen(int from, int to)
@@ -76,7 +78,7 @@ struct BatchModel {
     }
     Entry &entered(int key, const Record &record, const Row &row)
     {
-        return entries.emplace(key, Entry{Removed, record, row, {}}).first->second;
+        return entries.emplace(key, Entry{Removed, record, row, {}, {}}).first->second;
     }
     void update(Entry &entry, const Row &change, int from, int to)
     {
@@ -84,10 +86,17 @@ struct BatchModel {
             return;
         widen(from, to);
         if (entry.kind == Removed)
-            entry.change = change;
-        for (int i = from; i <= to; ++i)
+            replace(entry, change, {});
+        for (int i = from; i <= to; ++i) {
             entry.change[i] = change[i];
+            entry.written.insert(i);
+        }
+    }
+    static void replace(Entry &entry, const Row &change, const std::set<int> &written)
+    {
         entry.kind = Updated;
+        entry.change = change;
+        entry.written = written;
     }
     /// The row that an updater of the entry writes into.
     static Row &pending(Entry &entry)
@@ -95,21 +104,43 @@ struct BatchModel {
         if (entry.kind == Inserted)
             return entry.row;
         if (entry.kind == Removed)
-            entry.change = entry.row;
-        entry.kind = Updated;
+            replace(entry, entry.row, {});
         return entry.change;
+    }
+    /// A removal or an update takes the values of a new row.
+    void replaceAll(Entry &entry, const Row &row)
+    {
+        replace(entry, row, {});
+        for (int i = 0; i < kColumns; ++i)
+            entry.written.insert(i);
+        widen(0, kColumns - 1);
     }
     void merge(BatchModel &other)
     {
         const bool ranged = other.first <= other.last;
         for (const auto &[key, entry] : other.entries) {
-            if (entry.kind == Inserted)
-                entries[key] = entry;
-            else if (entry.kind == Removed)
-                entered(key, entry.record, entry.row).kind = Removed;
-            else
-                update(entered(key, entry.record, entry.row), entry.change,
-                       ranged ? other.first : 0, ranged ? other.last : kColumns - 1);
+            if (entry.kind == Updated)
+                ranged ? widen(other.first, other.last) : widen(0, kColumns - 1);
+            const auto [place, isNew] = entries.emplace(key, entry);
+            Entry &known = place->second;
+            if (isNew)
+                continue;
+            if (entry.kind == Removed) {
+                known.kind = Removed;
+            } else if (known.kind == Removed && entry.kind == Updated) {
+                replace(known, entry.change, entry.written);
+            } else if (entry.kind == Inserted && !entry.upserted && known.kind == Inserted) {
+                known = entry;
+            } else if (entry.kind == Inserted && (!entry.upserted || known.kind == Removed)) {
+                replaceAll(known, entry.row);
+            } else if (entry.kind == Inserted || known.kind == Updated) {
+                for (const int i : entry.written) {
+                    pending(known)[i] = (entry.kind == Inserted ? entry.row : entry.change)[i];
+                    known.written.insert(i);
+                }
+                if (entry.kind == Inserted && ranged)
+                    widen(other.first, other.last);
+            }
         }
         other = BatchModel();
     }
@@ -123,8 +154,8 @@ struct BatchModel {
                 continue;
             }
             Row &row = table[key] = entry.row;
-            for (int i = first; entry.kind == Updated && i <= last; ++i)
-                row[i] = entry.change[i];
+            for (const int i : entry.written)
+                row[i] = (entry.kind == Updated ? entry.change : entry.row)[i];
         }
         *this = BatchModel();
     }
@@ -177,13 +208,15 @@ protected:
             setText(row.data(i), randomText());
         return row;
     }
-    void writeCells(RecordUpdater updater, BatchModel &model, Row &row)
+    void writeCells(RecordUpdater updater, BatchModel &model, BatchModel::Entry &entry)
     {
+        Row &row = model.pending(entry);
         for (int n = below(3); n > 0; --n) {
             const int column = 1 + below(kColumns - 1);
             row[column] = randomText();
             setText(updater.field(column), row[column]);
             model.widen(column, column);
+            entry.written.insert(column);
         }
     }
     void operate(RecordsTrans &batch, BatchModel &model);
@@ -203,18 +236,25 @@ void FoldingModel::operate(RecordsTrans &batch, BatchModel &model)
     const bool entered = model.entries.count(key) != 0;
     const Record live = m_table.masterIndex()->findRecord(QString::number(key));
     const Record source = randomRow(key);
-    // Insertions of a key that the table holds would leave it with two rows of one key.
-    if (operation < 2 && !live) {
+    // Insertions of a key that the table holds would leave it with two rows of one key, unless the
+    // batch takes that one out or changes it.
+    const bool replaces = entered && model.entries[key].kind != BatchModel::Inserted;
+    if (operation < 2 && (!live || replaces)) {
         const RecordUpdater updater = batch.insertRow(source);
-        model.entries[key] = {BatchModel::Inserted, source, texts(source), {}};
-        writeCells(updater, model, model.entries[key].row);
+        BatchModel::Entry &entry = model.entries[key];
+        if (replaces)
+            model.replaceAll(entry, texts(source));
+        else
+            entry = {BatchModel::Inserted, source, texts(source), {}, {}};
+        writeCells(updater, model, entry);
         return;
     }
     if (!entered && !live) {
         if (operation == 2) {
             const RecordUpdater updater = batch.upsertRow(source);
-            model.entries[key] = {BatchModel::Inserted, updater.record(), texts(source), {}};
-            writeCells(updater, model, model.entries[key].row);
+            model.entries[key] = {
+                BatchModel::Inserted, updater.record(), texts(source), {}, {}, true};
+            writeCells(updater, model, model.entries[key]);
         }
         return;
     }
@@ -224,9 +264,13 @@ void FoldingModel::operate(RecordsTrans &batch, BatchModel &model)
     if (entry.kind == BatchModel::Removed && !live)
         return;
     switch (operation) {
-    case 2:
-        writeCells(batch.upsertRow(source), model, model.pending(entry));
+    case 2: {
+        const RecordUpdater updater = batch.upsertRow(source);
+        if (entry.kind == BatchModel::Removed && entered)
+            model.replaceAll(entry, texts(source));
+        writeCells(updater, model, entry);
         break;
+    }
     case 3: {
         const int first = 1 + below(kColumns - 1);
         const int last = first + below(kColumns - first);
@@ -249,11 +293,13 @@ void FoldingModel::operate(RecordsTrans &batch, BatchModel &model)
         RecordUpdater updater = batch.updateRow(target);
         updater = source;
         model.pending(entry) = texts(source);
+        for (int i = 0; i < kColumns; ++i)
+            entry.written.insert(i);
         model.widen(0, kColumns - 1);
         break;
     }
     default:
-        writeCells(batch.updateRow(target), model, model.pending(entry));
+        writeCells(batch.updateRow(target), model, entry);
     }
 }
 

@@ -4,9 +4,18 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
+#include <new>
+#include <utility>
 
 namespace
 {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
 
 QByteArray bytesOf(const Record &row)
 {
@@ -115,18 +124,81 @@ TEST_F(Rows, leaveTheirOldBlocksToHandlesOutsideWhenEnlarged)
 {
     m_table.addColumn("0", FieldType::Integer, 0);
     const Record held = appendTexts(m_table, {"1"});
-    appendTexts(m_table, {"2"});
+    const QList<Record> others{appendTexts(m_table, {"2"}), m_table.at(1)};
 
     static QStringList messages;
     const auto previous = qInstallMessageHandler(
         [](QtMsgType, const QMessageLogContext &, const QString &text) { messages.append(text); });
     m_table.addColumn("1", FieldType::Integer, 0);
     qInstallMessageHandler(previous);
-    EXPECT_EQ(messages, QStringList{"Table::addColumn : Ref count in realloc is 1"});
+    EXPECT_EQ(messages, QStringList{"Table::addColumn : Ref count in realloc is 3"})
+        << "one message, with the number of all handles";
     EXPECT_EQ(rows(*m_table.masterIndex()), (QStringList{"1 NULL", "2 NULL"}));
     EXPECT_EQ(refCount(m_table.at(0)), 1);
     EXPECT_NE(m_table.at(0), held);
     EXPECT_EQ(refCount(held), 1);
+}
+
+TEST_F(Rows, surviveWhateverFailsWhenTheyAreEnlarged)
+{
+    KeyedTable table;
+    RecordingIndex index("i", &m_log, &table);
+    appendTexts(table, {"1", "2"});
+    appendTexts(table, {"3", "4"});
+    const QStringList before = rows(*table.masterIndex());
+    const qint64 rowSize = table.rowSize();
+    TableColumnDef column(nullptr);
+    column.type = FieldType::VarChar;
+    const auto named = [&](const QString &name, int length) {
+        column.name = name;
+        column.length = length;
+        return column;
+    };
+    const auto expectNothingChanged = [&] {
+        EXPECT_EQ(rows(*table.masterIndex()), before);
+        EXPECT_EQ(rows(index), before);
+        EXPECT_EQ(table.rowSize(), rowSize);
+        EXPECT_EQ(table.columnCount(), 4);
+        EXPECT_EQ(table.columnIndex("x"), -1);
+        EXPECT_EQ(refCount(table.at(0)), 2);
+    };
+    EXPECT_EQ(thrownBy([&] {
+                  table.addColumns({named("x", 3), named("y", 0)});
+              }),
+              "QString: Length of string can't be zero");
+    expectNothingChanged();
+    EXPECT_EQ(thrownBy([&] {
+                  table.addColumns({named("x", 3), named("x", 4)});
+              }),
+              "QString: Column 'x' already exists for table 'quotes'.");
+    expectNothingChanged();
+    if (!kSanitized) { // where an allocator refuses what no machine has, instead of ending
+        QList<TableColumnDef> huge{named("x", 3)};
+        for (int i = 0; i < 50000; ++i)
+            huge.append(named(QString::number(i), std::numeric_limits<int>::max()));
+        EXPECT_THROW(table.addColumns(huge), std::bad_alloc);
+        expectNothingChanged();
+    }
+    bool throws = true;
+    index.onCall = [&](const QString &call) {
+        if (call == "clear" && std::exchange(throws, false))
+            throw QStringLiteral("no");
+    };
+    EXPECT_EQ(thrownBy([&] { table.addColumns({named("x", 3)}); }), "QString: no");
+    expectNothingChanged();
+    index.onCall = [&](const QString &call) {
+        if (call == "build")
+            throw QStringLiteral("no");
+    };
+    EXPECT_EQ(thrownBy([&] { table.addColumns({named("x", 3), named("y", 2)}); }), "QString: no");
+    EXPECT_EQ(rows(*table.masterIndex()),
+              (QStringList{"1 2 NULL NULL NULL NULL", "3 4 NULL NULL NULL NULL"}));
+    index.onCall = nullptr;
+    m_log.clear();
+    table.addColumns({named("x", 3), named("z", 2)});
+    EXPECT_EQ(m_log, (QStringList{"i.clear", "i.build"})) << "one pass";
+    EXPECT_EQ(rows(index), rows(*table.masterIndex()));
+    EXPECT_EQ(table.columnIndex("z"), 6);
 }
 
 TEST_F(Rows, reachTheMasterIndexFirstAndLeaveItLast)

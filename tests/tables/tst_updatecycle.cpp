@@ -6,6 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QtCore/qelapsedtimer.h>
+
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -315,4 +319,155 @@ TEST_F(UpdateCycle, letsIndexesComeAndGoInsideEveryCall)
             made.reset();
         }
     }
+}
+
+TEST_F(UpdateCycle, runsDirectCallsAsTransactions)
+{
+    // Whatever the call, a batch that an index submits meanwhile waits until all have heard of it.
+    const auto live = [&](const char *key) { return Record(&m_table, key); };
+    const std::pair<const char *, std::function<void()>> cases[] = {
+        {"add", [&] { appendTexts(m_table, {"20"}); }},
+        {"add",
+         [&] {
+             m_table.appendList({newRow(m_table, {"21"}), newRow(m_table, {"22"})});
+         }},
+        {"update", [&] { m_table.updated(live("20"), 1, 1, -1); }},
+        {"remove", [&] { m_table.remove(live("20"), -1); }},
+        {"clear", [&] { m_table.clear(); }},
+    };
+    int key = 100;
+    m_live.clear(); // handles are counted
+    for (const auto &[where, act] : cases) {
+        SCOPED_TRACE(where);
+        bool done = false;
+        m_a.onCall = [&, call = QString(where)](const QString &called) {
+            if (called != call || std::exchange(done, true))
+                return;
+            RecordsTrans batch(&m_table);
+            insert(batch, qPrintable(QString::number(++key)));
+            if (call != "clear")
+                batch.removeRow(newRow(m_table, {"21"})); // not the row: no effect
+            batch.execute();
+            EXPECT_NE(m_table.transactionState(), 0);
+            EXPECT_FALSE(live(qPrintable(QString::number(key)))) << "it waits";
+        };
+        act();
+        EXPECT_EQ(m_table.transactionState(), 0);
+        EXPECT_TRUE(live(qPrintable(QString::number(key))));
+        EXPECT_EQ(rows(m_a).size(), m_table.rowCount());
+        for (const Record &record : *m_table.masterIndex()) {
+            EXPECT_TRUE(m_a.contains(record) && m_b.contains(record));
+            EXPECT_EQ(refCount(record), 3) << cells(record).toStdString();
+        }
+    }
+    m_a.onCall = nullptr;
+}
+
+TEST_F(UpdateCycle, queuesRowsAndRefusesOtherDirectCallsInsideATransaction)
+{
+    QStringList refused;
+    m_a.onCall = [&](const QString &call) {
+        if (call != "process" || !refused.isEmpty())
+            return;
+        appendTexts(m_table, {"8"});
+        m_table.remove(m_live.at(1), -1);
+        for (const std::function<void()> &act :
+             {std::function<void()>([&] { m_table.updatedRow(0); }),
+              {[&] { m_table.clear(); }},
+              {[&] { m_table.rebuild(); }},
+              {[&] { m_table.process({m_live.at(0)}, 1, 1, {m_live.at(0).clone()}); }}})
+            refused.append(thrownBy(act));
+        EXPECT_EQ(m_table.rowCount(), 4) << "the queue waits";
+    };
+    executeInsertion("4");
+    for (const char *call : {"updated", "clear", "rebuild", "process"})
+        EXPECT_TRUE(refused.contains(QStringLiteral("QString: Table 'quotes': %1 can't be called "
+                                                    "inside a transaction of the table.")
+                                         .arg(call)));
+    EXPECT_EQ(rows(*m_table.masterIndex()),
+              (QStringList{"1 0 0 0", "3 0 0 0", "4 NULL NULL NULL", "8 NULL NULL NULL"}));
+    EXPECT_EQ(rows(m_b),
+              (QStringList{"1 0 0 0", "3 0 0 0", "4 NULL NULL NULL", "8 NULL NULL NULL"}));
+    m_a.onCall = nullptr;
+}
+
+TEST_F(UpdateCycle, tellsEveryIndexOfADirectCallAlsoWhenOneThrows)
+{
+    const std::tuple<CallRecorder *, const char *, std::function<void()>, int> cases[] = {
+        {&m_a, "add", [&] { appendTexts(m_table, {"4"}); }, 1},
+        {m_master, "add", [&] { appendTexts(m_table, {"5"}); }, 0}, // no row of the table
+        {m_master, "update", [&] { m_table.updatedRow(0); }, 1},
+        {&m_a, "update", [&] { m_table.updatedRow(0); }, 1},
+        {&m_a, "remove", [&] { m_table.remove(m_live.at(0), -1); }, 1},
+    };
+    for (const auto &[thrower, call, act, told] : cases) {
+        SCOPED_TRACE(call);
+        thrower->onCall = throwOnceFrom(call);
+        m_log.clear();
+        EXPECT_EQ(thrownBy(act), "QString: no");
+        EXPECT_EQ(m_log.filter(QStringLiteral("b.") + call).size(), told);
+        EXPECT_EQ(m_table.transactionState(), 0);
+    }
+    EXPECT_EQ(rows(*m_table.masterIndex()),
+              (QStringList{"2 0 0 0", "3 0 0 0", "4 NULL NULL NULL"}));
+    m_table.rebuild();
+    EXPECT_EQ(rows(m_a), rows(*m_table.masterIndex()));
+    EXPECT_EQ(rows(m_b), rows(*m_table.masterIndex()));
+}
+
+TEST_F(UpdateCycle, guardsTheLimitAndTimesTheOutermostCall)
+{
+    RecordingLimit limit(3, &m_table, &m_log);
+    bool asked = false;
+    limit.onCall = [&](const QString &) {
+        if (!std::exchange(asked, true))
+            executeInsertion("9"); // behind the batch that asks
+    };
+    executeInsertion("4");
+    EXPECT_EQ(rows(*m_table.masterIndex()),
+              (QStringList{"3 0 0 0", "4 NULL NULL NULL", "9 NULL NULL NULL"}));
+    EXPECT_EQ(rows(m_b), rows(*m_table.masterIndex()));
+    limit.onCall = nullptr;
+
+    // The time in front of a batch inside counts, and that one's own does not count twice.
+    m_table.setNsecsElapsed(0);
+    const auto wait = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
+    bool once = false;
+    m_a.onCall = [&](const QString &call) {
+        if (call != "process" || std::exchange(once, true))
+            return;
+        wait();
+        executeInsertion("5");
+    };
+    QElapsedTimer timer;
+    timer.start();
+    executeInsertion("6");
+    EXPECT_GE(m_table.nsecsElapsed(), 20'000'000);
+    EXPECT_LE(m_table.nsecsElapsed(), timer.nsecsElapsed());
+    m_a.onCall = nullptr;
+}
+
+TEST_F(UpdateCycle, passesByDependentsThatGoInsideABracket)
+{
+    for (const char *where : {"dependentBeginUpdate", "dependentEndUpdate"}) {
+        auto gone = std::make_unique<RecordingIndex>("left", &m_log, &m_table, false);
+        m_table.removeDependentIndex(&m_e);
+        m_table.addDependentIndex(gone.get());
+        m_table.addDependentIndex(&m_e);
+        m_d.onCall = [&](const QString &call) {
+            if (call != where || !gone)
+                return;
+            m_table.removeDependentIndex(gone.get());
+            gone.reset();
+        };
+        m_log.clear();
+        {
+            const TableUpdate bracket(m_table);
+        }
+        EXPECT_EQ(m_log.filter("e.dependent"),
+                  (QStringList{"e.dependentBeginUpdate", "e.dependentEndUpdate"}));
+        EXPECT_FALSE(m_log.contains(QStringLiteral("left.") + where));
+        EXPECT_TRUE(lockIsFree());
+    }
+    m_d.onCall = nullptr;
 }

@@ -1,5 +1,6 @@
 #include "database/indexes/index.h"
 
+#include "database/indexes/tablelocker.h"
 #include "database/tables/table.h"
 
 std::atomic<qint64> Index::m_nsecsElapsedTotal{0};
@@ -50,6 +51,11 @@ void Index::complete(const QList<Record> &, const QList<Record> &, int &, int &,
 {
 }
 
+Table *Index::mainTable() const
+{
+    return nullptr;
+}
+
 void Index::beginUpdate() {}
 
 void Index::endUpdate() {}
@@ -73,10 +79,11 @@ IndexRegistration::IndexRegistration(Table *table, Index *index, bool addToTable
         table->addIndex(index);
 }
 
-IndexRegistration::~IndexRegistration()
+void IndexRegistration::leave()
 {
     if (!m_table)
         return;
+    const TableLocker locker(*m_table, TableLocker::alone);
     // An index may have been registered and named by hand as well.
     while (m_table->indexes().contains(m_index))
         m_table->removeIndex(m_index);

@@ -77,6 +77,9 @@ public:
     /// that come without a batch. Here it does nothing.
     virtual void complete(const QList<Record> &updated, const QList<Record> &values, int &colFrom,
                           int &colTo, const QList<Record> &inserted);
+    /// Of an index that is registered as a dependent one: the table that it brings up to date when
+    /// the one that it depends on changes. Its lock is taken before that of the other. Here null.
+    virtual Table *mainTable() const;
 
     /// Whether preprocess() and process() may run beside those of other independent indexes of the
     /// table, in any thread: they read rows, change nothing but this index and take no lock of the
@@ -134,7 +137,10 @@ class DATABASE_EXPORT IndexRegistration
 public:
     /// Registers \p index with \p table unless told not to.
     IndexRegistration(Table *table, Index *index, bool addToTable);
-    ~IndexRegistration();
+    ~IndexRegistration() { leave(); }
+    /// Takes the index out of the registry and out of the names, under the table's lock. What an
+    /// index has to do before anything of it is gone.
+    void leave();
     IndexRegistration(const IndexRegistration &) = delete;
     IndexRegistration &operator=(const IndexRegistration &) = delete;
 

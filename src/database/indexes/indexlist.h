@@ -50,6 +50,10 @@ public:
 protected:
     /// Position of this very row among the positions from..to - 1, or -1: a scan of handles.
     int scanForRow(const Record &record, int from, int to) const;
+    /// Leaves the table's registry, as the destructor does. A class of one's own that is destroyed
+    /// while another thread updates the table, and not in a bracket or by IndexCloser, calls it
+    /// first of all in its destructor.
+    void leaveTable() { m_registration.leave(); }
 
     PartitionList<Record> m_list;
 

@@ -6,6 +6,7 @@
 #include "database/indexes/sortaid.h"
 #include "database/indexes/sortbatch.h"
 #include "database/indexes/sortsweep.h"
+#include "database/indexes/tablelocker.h"
 
 #include <algorithm>
 
@@ -14,7 +15,10 @@ IndexSort::IndexSort(Table *table, bool addToTable)
 {
 }
 
-IndexSort::~IndexSort() = default;
+IndexSort::~IndexSort()
+{
+    leaveTable();
+}
 
 QString IndexSort::getClassName() const
 {
@@ -129,6 +133,7 @@ void IndexSort::clear()
 
 void IndexSort::build()
 {
+    const TableLocker locker(*table());
     IndexList::build();
     resort();
 }

@@ -114,6 +114,8 @@ public:
 
     /// Where a new record would be inserted: behind all records with its key.
     int indexOfAdd(const Record &record) const;
+    class RowExchange;
+
     /// The position of each record, -1 where it does not stand in the index. One scan at most.
     QMap<Record, int> indexOfs(const QList<Record> &records) const;
 

@@ -127,6 +127,11 @@ QString TableJoinDep::getClassName() const
     return QStringLiteral("TableJoinDep");
 }
 
+Table *TableJoinDep::mainTable() const
+{
+    return m_join.table();
+}
+
 void TableJoinDep::leaveBracket()
 {
     // A bracket that was open when the join was made was never entered.

@@ -38,6 +38,7 @@ public:
     void dependentBeginUpdate(Table *table) override;
     void dependentEndUpdate(Table *table) override;
     QString getClassName() const override;
+    Table *mainTable() const override;
 
 private:
     friend class TableJoinMain;

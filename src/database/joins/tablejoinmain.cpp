@@ -16,11 +16,13 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <optional>
 
 namespace
 {
 
-/// Holds the locks of dependent tables, those that still live.
+/// Holds the locks of dependent tables, those that still live, each on its own: the main table's is
+/// held, and no other is asked for meanwhile.
 class DependentLocks
 {
 public:
@@ -28,7 +30,7 @@ public:
     {
         for (const TableJoinDep *dep : deps) {
             if (dep->table())
-                m_locks.push_back(std::make_unique<TableLocker>(*dep->table()));
+                m_locks.push_back(std::make_unique<TableLocker>(*dep->table(), TableLocker::alone));
         }
     }
 
@@ -54,6 +56,9 @@ TableJoinMain::TableJoinMain(Table *main, bool addToTable)
 
 TableJoinMain::~TableJoinMain()
 {
+    std::optional<TableLocker> locker;
+    if (table())
+        locker.emplace(*table());
     disconnectIndexes();
     FirstError ignored; // a destructor has nobody to tell
     for (const auto &dep : m_deps) {
@@ -66,6 +71,12 @@ TableJoinMain::~TableJoinMain()
 TableJoinDep *TableJoinMain::addTable(Table *dependent, const QStringList &keyColumns,
                                       const QList<QPair<QString, QString>> &columns)
 {
+    if (!table())
+        throw QStringLiteral("There is no main table any more to join another one to.");
+    const TableLocker locker(*table());
+    std::optional<TableLocker> dependentLocker;
+    if (dependent)
+        dependentLocker.emplace(*dependent);
     const JoinRequest request(*this, dependent, keyColumns, columns);
     const bool registered = table()->indexes().contains(this);
     if (!registered)

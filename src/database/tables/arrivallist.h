@@ -35,6 +35,8 @@ public:
         Record change; ///< its new values, of an update
         uint hash;
         RecordsTrans::Kind kind;
+        qint32 first = 0; ///< as RecordsTrans::Op::first
+        qint32 last = -1;
     };
 
     /// An empty list, or null when it is not known which keys the table's master index finds equal.

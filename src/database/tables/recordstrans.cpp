@@ -2,7 +2,11 @@
 
 #include "database/masterindex_struct.h"
 #include "database/tables/arrivallist.h"
+#include "database/tables/pendingrow.h"
 #include "database/tables/table.h"
+#include "database/tables/tableprivate.h"
+
+#include <QtCore/qdebug.h>
 
 #include <limits>
 
@@ -34,6 +38,15 @@ void enter(Ops &ops, const RecordsTrans::MapKey &key, const RecordsTrans::Op &op
         ops.insert(place, key, op);
 }
 
+// Where all rows have one key, rows that are not the same fold into each other all the same.
+void warnWithoutKey(Table &table, const Record &one, const Record &other)
+{
+    if (one == other || !dynamic_cast<const MasterIndexOrdered *>(table.masterIndex()) ||
+        TablePrivate::of(table).isKeyMissed.exchange(true))
+        return;
+    qWarning("Table '%s' has no key: the rows of a batch fold into one", qPrintable(table.name()));
+}
+
 } // namespace
 
 bool operator<(const RecordsTrans::MapKey &a, const RecordsTrans::MapKey &b)
@@ -50,6 +63,20 @@ RecordsTrans::RecordsTrans(Table *table)
 
 RecordsTrans::~RecordsTrans() = default;
 
+RecordsTrans::RecordsTrans(RecordsTrans &&other) noexcept
+    : RecordsTrans(other.m_table)
+{
+    swap(other);
+}
+
+RecordsTrans &RecordsTrans::operator=(RecordsTrans &&other) noexcept
+{
+    RecordsTrans taken(std::move(other));
+    m_table = taken.m_table;
+    swap(taken);
+    return *this;
+}
+
 void RecordsTrans::swap(RecordsTrans &other) noexcept
 {
     Q_ASSERT(m_table == other.m_table);
@@ -58,6 +85,8 @@ void RecordsTrans::swap(RecordsTrans &other) noexcept
     m_ops.swap(other.m_ops);
     m_changes.swap(other.m_changes);
     m_arrivals.swap(other.m_arrivals);
+    std::swap(m_version, other.m_version);
+    std::swap(m_layout, other.m_layout);
 }
 
 QPair<int, int> RecordsTrans::columns() const
@@ -74,9 +103,57 @@ int RecordsTrans::lastColumn() const
 
 // Entries ----------------------------------------------------------------------------------------
 
+/// The entry of a key, in whichever container; it has no kind where there is none.
+struct RecordsTrans::Entry {
+    Record *record = nullptr;
+    Record *change = nullptr; // null unless it is an update
+    Kind *kind = nullptr;
+    PendingRow::Range written; // of the change
+    qint32 *first = nullptr;   // where that is kept
+    qint32 *last = nullptr;
+
+    explicit operator bool() const { return kind; }
+    void setWritten(PendingRow::Range range)
+    {
+        *first = range.first;
+        *last = range.last;
+    }
+};
+
 int RecordsTrans::size() const
 {
     return m_arrivals ? int(m_arrivals->entries().size()) : m_ops.size();
+}
+
+// Called before a record enters.
+void RecordsTrans::begin(const Record &record, const char *call)
+{
+    if (record.isNull())
+        throw QStringLiteral("Table '%1': %2 was given a null record.")
+            .arg(m_table->name(), QLatin1String(call));
+    if (record.table() != m_table)
+        throw QStringLiteral("Table '%1': %2 was given the row '%3' of table '%4'.")
+            .arg(m_table->name(), QLatin1String(call), record.toString(), record.table()->name());
+    const TablePrivate &table = TablePrivate::of(*m_table);
+    if (isEmpty()) {
+        m_version = table.version.load(std::memory_order_relaxed);
+        m_layout = table.layout.load(std::memory_order_relaxed);
+    }
+    checkLayout();
+}
+
+void RecordsTrans::checkLayout() const
+{
+    if (!isEmpty() && m_layout != TablePrivate::of(*m_table).layout.load(std::memory_order_relaxed))
+        throw QStringLiteral("A column was added to table '%1' while a batch of it was being "
+                             "filled: clear the batch and fill it again.")
+            .arg(m_table->name());
+}
+
+// Whether rows came or went, or keys changed, since the first entry came.
+bool RecordsTrans::mayMeet() const
+{
+    return m_version != TablePrivate::of(*m_table).version.load(std::memory_order_relaxed);
 }
 
 // Where a new key goes first; null when it goes into the maps.
@@ -89,17 +166,48 @@ ArrivalList *RecordsTrans::arrivals()
 
 // Enters an operation on a key that the batch does not hold. Otherwise, false, the operation is to
 // be folded into what stands in the maps.
-bool RecordsTrans::arrives(const Record &record, Kind kind, const Record &change)
+bool RecordsTrans::arrives(const Record &record, Kind kind, const Record &change, int first,
+                           int last)
 {
     ArrivalList *const list = arrivals();
     if (!list)
         return false;
     const auto [entry, isNew] = list->enter(record, kind);
-    if (isNew)
+    if (isNew) {
         entry->change = change;
-    else
+        entry->first = first;
+        entry->last = last;
+    } else {
         settle();
+    }
     return isNew;
+}
+
+RecordsTrans::Entry RecordsTrans::find(const Record &row)
+{
+    Entry found;
+    if (m_arrivals) {
+        if (ArrivalList::Entry *const entry = m_arrivals->find(row)) {
+            found = {&entry->record, entry->kind == Updated ? &entry->change : nullptr,
+                     &entry->kind,   {entry->first, entry->last},
+                     &entry->first,  &entry->last};
+        }
+        return found;
+    }
+    const MapKey key(row);
+    const auto op = placeOf(m_ops, key);
+    if (!holds(m_ops, op, key))
+        return found;
+    found.record = &op->record;
+    found.kind = &op->kind;
+    if (op->kind == Updated) {
+        Op &change = *m_changes.find(key);
+        found.change = &change.record;
+        found.written = {change.first, change.last};
+        found.first = &change.first;
+        found.last = &change.last;
+    }
+    return found;
 }
 
 void RecordsTrans::settle()
@@ -111,7 +219,7 @@ void RecordsTrans::settle()
         const MapKey key(entry.record);
         ops.insert(ops.cend(), key, {entry.record, entry.kind});
         if (entry.kind == Updated)
-            changes.insert(changes.cend(), key, {entry.change, Updated});
+            changes.insert(changes.cend(), key, {entry.change, Updated, entry.first, entry.last});
     });
     m_ops.swap(ops);
     m_changes.swap(changes);
@@ -120,9 +228,9 @@ void RecordsTrans::settle()
 
 // The lists of a batch; put(list, handle) adds to one of them, by a copy or by a move.
 template<class Batch, class Put>
-RecordsTrans::Lists RecordsTrans::gather(Batch &batch, Put put)
+BatchLists RecordsTrans::gather(Batch &batch, Put put)
 {
-    Lists lists;
+    BatchLists lists;
     QList<Record> *const ofKind[] = {nullptr, &lists.inserted, &lists.removed, &lists.updated};
     const auto reserve = [&](const auto &entries) {
         int counts[Updated + 1] = {};
@@ -131,34 +239,39 @@ RecordsTrans::Lists RecordsTrans::gather(Batch &batch, Put put)
         for (const Kind kind : {Inserted, Removed, Updated})
             ofKind[kind]->reserve(counts[kind]);
         lists.changed.reserve(counts[Updated]);
+        lists.written.reserve(size_t(counts[Updated]));
     };
     if (batch.m_arrivals) { // invariant (3)
         reserve(batch.m_arrivals->entries());
         batch.m_arrivals->forEachByKey([&](ArrivalList::Entry &entry) {
             put(*ofKind[entry.kind], entry.record);
-            if (entry.kind == Updated)
+            if (entry.kind == Updated) {
                 put(lists.changed, entry.change);
+                lists.written.push_back({entry.first, entry.last});
+            }
         });
         return lists;
     }
     reserve(qAsConst(batch.m_ops));
     for (auto &op : batch.m_ops)
         put(*ofKind[op.kind], op.record);
-    for (auto &op : batch.m_changes)
+    for (auto &op : batch.m_changes) {
         put(lists.changed, op.record);
+        lists.written.push_back({op.first, op.last});
+    }
     return lists;
 }
 
-RecordsTrans::Lists RecordsTrans::lists() const
+BatchLists RecordsTrans::lists() const
 {
     return gather(*this, [](QList<Record> &list, const Record &record) { list.append(record); });
 }
 
 // Moves all entries out and clears the batch.
-RecordsTrans::Lists RecordsTrans::take()
+BatchLists RecordsTrans::take()
 {
     // A handle that is swapped in keeps its count.
-    Lists lists = gather(*this, [](QList<Record> &list, Record &record) {
+    BatchLists lists = gather(*this, [](QList<Record> &list, Record &record) {
         list.append(Record());
         list.last().swap(record);
     });
@@ -190,33 +303,63 @@ QList<Record> RecordsTrans::changeList() const
 
 RecordUpdater RecordsTrans::insertRow(const Record &row)
 {
-    mergeInsertedRow(row);
+    begin(row, "insertRow");
+    if (arrives(row, Inserted, Record(), 0, -1))
+        return RecordUpdater(this, row);
+    const Entry entry = find(row);
+    if (entry && *entry.kind != Inserted)
+        return replace(entry, row);
+    insert(row);
     return RecordUpdater(this, row);
 }
 
 RecordUpdater RecordsTrans::updateRow(const Record &live)
 {
+    begin(live, "updateRow");
     return RecordUpdater(this, pendingUpdate(live));
 }
 
 void RecordsTrans::removeRow(const Record &live)
 {
+    begin(live, "removeRow");
     mergeRemovedRow(live);
 }
 
 RecordUpdater RecordsTrans::upsertRow(const Record &keyRow)
 {
-    if (m_arrivals) {
-        if (const ArrivalList::Entry *entry = m_arrivals->find(keyRow))
-            return updateRow(Record(entry->record));
-    } else {
-        const MapKey key(keyRow);
-        const auto entry = placeOf(m_ops, key);
-        if (holds(m_ops, entry, key))
-            return updateRow(entry->record);
-    }
+    begin(keyRow, "upsertRow");
+    const Entry entry = find(keyRow);
+    if (entry && *entry.kind == Removed)
+        return replace(entry, keyRow);
+    if (entry)
+        return RecordUpdater(this,
+                             entry.change ? pendingUpdate(Record(*entry.record)) : *entry.record);
     const Record live = m_table->masterIndex()->find(keyRow, -1);
-    return live ? updateRow(live) : insertRow(keyRow.clone());
+    Record pending;
+    if (live) {
+        pending = pendingUpdate(live);
+    } else {
+        pending = PendingRow::clone(keyRow);
+        insert(pending);
+    }
+    rowHeader(pending.row())->flags |= kRowUpserted;
+    return RecordUpdater(this, pending);
+}
+
+// A removal or an update of a live row becomes an update of all its columns; should that row be
+// gone when the batch runs, a new one comes in its place.
+RecordUpdater RecordsTrans::replace(const Entry &entry, const Record &row)
+{
+    const Record live = *entry.record;
+    Record pending = PendingRow::clone(row);
+    PendingRow::mark(pending, 0, lastColumn());
+    rowHeader(pending.row())->flags |= kRowUpserted;
+    settle();
+    const MapKey key(live);
+    enter(m_changes, key, {pending, Updated});
+    m_ops.find(key)->kind = Updated;
+    widen(0, -1);
+    return RecordUpdater(this, pending);
 }
 
 Record RecordsTrans::pendingUpdate(const Record &live)
@@ -224,9 +367,11 @@ Record RecordsTrans::pendingUpdate(const Record &live)
     if (ArrivalList *const list = arrivals()) {
         const auto [entry, isNew] = list->enter(live, Updated);
         if (isNew)
-            entry->change = live.clone();
-        if (entry->kind == Updated)
+            entry->change = PendingRow::clone(live);
+        if (entry->kind == Updated) {
+            PendingRow::track(entry->change, {entry->first, entry->last});
             return entry->change;
+        }
         if (entry->kind == Inserted)
             return entry->record;
         settle();
@@ -234,7 +379,7 @@ Record RecordsTrans::pendingUpdate(const Record &live)
     const MapKey key(live);
     const auto entry = placeOf(m_ops, key);
     if (!holds(m_ops, entry, key)) {
-        Record copy = live.clone();
+        Record copy = PendingRow::clone(live);
         enter(m_changes, key, {copy, Updated});
         m_ops.insert(entry, key, {live, Updated});
         return copy;
@@ -242,12 +387,15 @@ Record RecordsTrans::pendingUpdate(const Record &live)
     switch (entry->kind) {
     case Inserted:
         return entry->record;
-    case Updated:
-        return m_changes.find(key)->record;
+    case Updated: {
+        Op &change = *m_changes.find(key);
+        PendingRow::track(change.record, {change.first, change.last});
+        return change.record;
+    }
     case Removed:
         break;
     }
-    Record copy = entry->record.clone();
+    Record copy = PendingRow::clone(entry->record);
     enter(m_changes, key, {copy, Updated});
     entry->kind = Updated;
     return copy;
@@ -255,11 +403,18 @@ Record RecordsTrans::pendingUpdate(const Record &live)
 
 void RecordsTrans::mergeInsertedRow(const Record &row)
 {
-    if (arrives(row, Inserted, Record()))
+    begin(row, "mergeInsertedRow");
+    insert(row);
+}
+
+void RecordsTrans::insert(const Record &row)
+{
+    if (arrives(row, Inserted, Record(), 0, -1))
         return;
     const MapKey key(row);
     auto place = placeOf(m_ops, key);
     if (holds(m_ops, place, key)) {
+        warnWithoutKey(*m_table, place->record, row);
         if (place->kind == Updated)
             m_changes.remove(key);
         // Erased rather than overwritten: the key has to refer to the row that stays.
@@ -270,7 +425,8 @@ void RecordsTrans::mergeInsertedRow(const Record &row)
 
 void RecordsTrans::mergeRemovedRow(const Record &row)
 {
-    if (arrives(row, Removed, Record()))
+    begin(row, "mergeRemovedRow");
+    if (arrives(row, Removed, Record(), 0, -1))
         return;
     const MapKey key(row);
     const auto entry = placeOf(m_ops, key);
@@ -278,6 +434,7 @@ void RecordsTrans::mergeRemovedRow(const Record &row)
         m_ops.insert(entry, key, {row, Removed});
         return;
     }
+    warnWithoutKey(*m_table, entry->record, row);
     if (entry->kind == Updated)
         m_changes.remove(key);
     entry->kind = Removed;
@@ -285,25 +442,40 @@ void RecordsTrans::mergeRemovedRow(const Record &row)
 
 void RecordsTrans::mergeUpdatedRow(const Record &live, const Record &changed, int first, int last)
 {
-    if (arrives(live, Updated, changed)) {
+    begin(live, "mergeUpdatedRow");
+    begin(changed, "mergeUpdatedRow");
+    first = qMax(first, 0);
+    last = last < 0 ? lastColumn() : last;
+    PendingRow::mark(changed, first, last); // a row of another batch, as it stands in that
+    if (update(live, changed, first, last))
         widen(first, last);
-        return;
-    }
+}
+
+// The columns that the row itself tracks, or else the range, are new. Returns false where an
+// insertion stands.
+bool RecordsTrans::update(const Record &live, const Record &changed, int first, int last)
+{
+    if (arrives(live, Updated, changed, first, last))
+        return true;
     const MapKey key(live);
-    const auto entry = placeOf(m_ops, key);
-    const bool found = holds(m_ops, entry, key);
-    if (found && entry->kind == Inserted)
-        return;
-    widen(first, last);
-    if (found && entry->kind == Updated) {
-        m_changes.find(key)->record.copy(changed, first, last);
-        return;
+    const auto place = placeOf(m_ops, key);
+    if (!holds(m_ops, place, key)) {
+        enter(m_changes, key, {changed, Updated, first, last});
+        m_ops.insert(place, key, {live, Updated});
+        return true;
     }
-    enter(m_changes, key, {changed, Updated});
-    if (found)
-        entry->kind = Updated;
-    else
-        m_ops.insert(entry, key, {live, Updated});
+    warnWithoutKey(*m_table, place->record, live);
+    Entry entry = find(live);
+    if (*entry.kind == Inserted)
+        return false;
+    if (*entry.kind == Updated) {
+        PendingRow::copyChanges(*entry.change, entry.written, changed, {first, last});
+        entry.setWritten(entry.written);
+        return true;
+    }
+    enter(m_changes, key, {changed, Updated, first, last});
+    place->kind = Updated;
+    return true;
 }
 
 void RecordsTrans::merge(const QList<Record> &removed, const QList<Record> &updated, int first,
@@ -322,12 +494,48 @@ void RecordsTrans::merge(const QList<Record> &removed, const QList<Record> &upda
 
 void RecordsTrans::merge(RecordsTrans &other)
 {
-    if (&other == this)
+    if (&other == this || other.isEmpty()) {
+        if (&other != this)
+            other.clear();
         return;
+    }
+    other.checkLayout();
+    checkLayout();
+    const quint64 version = isEmpty() ? other.m_version : qMin(m_version, other.m_version);
     const QPair<int, int> range = other.columns();
-    const Lists lists = other.lists();
-    merge(lists.removed, lists.updated, range.first, range.second, lists.inserted, lists.changed);
-    other.clear();
+    const BatchLists lists = other.take();
+    for (const Record &record : lists.removed)
+        mergeRemovedRow(record);
+    for (int i = 0; i < lists.updated.size(); ++i) {
+        begin(lists.updated.at(i), "merge");
+        update(lists.updated.at(i), lists.changed.at(i), lists.written[size_t(i)].first,
+               lists.written[size_t(i)].last);
+    }
+    if (!lists.updated.isEmpty())
+        widen(range.first, range.second);
+    for (const Record &row : lists.inserted) {
+        begin(row, "merge");
+        const Entry entry = find(row);
+        const bool isUpsert = rowHeader(row.row())->flags & kRowUpserted;
+        if (!entry) {
+            insert(row);
+        } else if (*entry.kind == Removed || (*entry.kind == Updated && !isUpsert)) {
+            replace(entry, row);
+        } else if (isUpsert) { // of a row that is pending: as much as was written into it
+            Record &pending = entry.change ? *entry.change : *entry.record;
+            PendingRow::Range written = entry.written;
+            if (!entry.change)
+                written = {0, lastColumn()}; // a new row holds all of its columns
+            PendingRow::copyChanges(pending, written, row, {});
+            if (entry.change)
+                Entry(entry).setWritten(written);
+            if (range.first <= range.second)
+                widen(range.first, range.second);
+        } else {
+            insert(row);
+        }
+    }
+    m_version = version;
 }
 
 void RecordsTrans::execute()
@@ -347,6 +555,7 @@ void RecordsTrans::clear()
 
 void RecordsTrans::removePending(const Record &pending)
 {
+    checkLayout();
     settle();
     const MapKey key(pending);
     const auto entry = m_ops.find(key);

@@ -10,6 +10,7 @@
 #include <memory>
 
 class ArrivalList;
+struct BatchLists;
 class Table;
 
 /// A batch of insertions, updates and removals of one table, one entry per key of the master index.
@@ -20,8 +21,9 @@ class Table;
 ///   mergeRemovedRow | remove   | removal           | stays                 | removal
 ///   mergeUpdatedRow | update   | insertion stands  | withdrawn: an update  | columns are added
 ///
-/// The table is asymmetric on purpose. In particular an insertion over a removal or an update of
-/// the same key does not take the live row out: to replace the values of a row use upsertRow().
+/// The table is asymmetric on purpose. In particular mergeInsertedRow() over a removal or an update
+/// of the same key does not take the live row out. insertRow() and upsertRow() do what one means:
+/// over a removal or an update they become an update of all columns of the live row.
 ///
 /// Invariants:
 ///  (1) Every entry of kind Updated in ops has one in changes under the same key, and no other key
@@ -32,13 +34,18 @@ class Table;
 ///      maps once an operation has to be folded into another.
 ///
 /// A table without a key (MasterIndexOrdered) has one key only, so a batch folds all its operations
-/// into one: rows of such a table come through Table::appendRow() and appendList().
+/// into one, and warns: rows of such a table come through Table::appendRow() and appendList().
 ///
-/// The pending copy of an updated row is taken when the row enters the batch. Execute a batch
-/// before other batches change the same rows: columns inside its range overwrite what came in
-/// between.
+/// Each entry knows which of its columns changed. When the batch runs, all others are those of the
+/// live row by then, whatever other batches did in between; a row that left the table meanwhile is
+/// left out, and an upsert looks its key up again. Indexes are given one range for all entries.
 ///
-/// Threads: one at a time; executing needs the table's update bracket.
+/// A record that is null or of another table is refused with a QString that names table and call.
+/// A column that is added to the table while the batch holds entries makes every further call but
+/// clear() throw a QString: the pending rows have the old layout.
+///
+/// Threads: one at a time, and under the table's lock (a bracket, say) where another thread may
+/// change the table, since filling looks at its rows.
 class DATABASE_EXPORT RecordsTrans
 {
 public:
@@ -62,12 +69,19 @@ public:
     struct Op {
         Record record;
         Kind kind;
+        /// In changes: the columns that the record holds new values for, unless it tracks them.
+        qint32 first = 0;
+        qint32 last = -1;
     };
 
     explicit RecordsTrans(Table *table);
     ~RecordsTrans();
     RecordsTrans(const RecordsTrans &) = delete;
     RecordsTrans &operator=(const RecordsTrans &) = delete;
+    /// Leaves an empty batch of the same table behind. Updaters belong to the batch that they were
+    /// made by, not to one that it was moved to.
+    RecordsTrans(RecordsTrans &&other) noexcept;
+    RecordsTrans &operator=(RecordsTrans &&other) noexcept;
     void swap(RecordsTrans &other) noexcept;
 
     Table *table() const { return m_table; }
@@ -83,14 +97,20 @@ public:
     QList<Record> updateList() const; ///< live rows that change, in key order
     QList<Record> changeList() const; ///< their new values, in step with updateList()
 
-    /// Enters a new row whose key cells are set. \return the handle to write its other cells
+    /// Enters a new row whose key cells are set. Where the batch holds a removal or an update of
+    /// its key, that becomes an update of all columns by the values of \p row, and the handle
+    /// writes into a copy. \return the handle to write its other cells
     RecordUpdater insertRow(const Record &row);
     /// Enters a change of a live row. \return the handle to write its new values
     RecordUpdater updateRow(const Record &live);
     /// Enters the removal of a live row.
     void removeRow(const Record &live);
     /// The pending row of that key, else an update of the live row of that key, else the insertion
-    /// of a copy of \p keyRow. The record serves as a key only and may be used again.
+    /// of a copy of \p keyRow. Over a removal of the key it becomes an update of all columns, by
+    /// the values of such a copy. When the batch runs the key is looked up again: what was to be an
+    /// insertion updates the columns that were written if the key has come meanwhile, and the
+    /// update of a row that has gone inserts one. The record serves as a key only and may be used
+    /// again.
     RecordUpdater upsertRow(const Record &keyRow);
 
     /// Fold one operation in, by the table above. Columns \p first..last of \p changed hold the new
@@ -103,8 +123,8 @@ public:
     /// insertions.
     void merge(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
                const QList<Record> &inserted, const QList<Record> &changed);
-    /// Folds another batch of the same table in and leaves it empty. Its updates without a range
-    /// mean all columns.
+    /// Folds another batch of the same table in and leaves it empty: its removals, its updates, and
+    /// its insertions as insertRow() and upsertRow() would.
     void merge(RecordsTrans &other);
 
     /// Runs the batch through Table::process(); an empty one does nothing. \throws what an index
@@ -117,19 +137,23 @@ private:
     friend class RecordUpdater;
     friend class Table;
 
-    /// What the passes over the indexes are given, each list in key order.
-    struct Lists {
-        QList<Record> inserted, removed, updated, changed;
-    };
+    struct Entry; // of either kind of container
 
     int size() const; // entries
+    void begin(const Record &record, const char *call);
+    void checkLayout() const;
+    bool mayMeet() const;
     ArrivalList *arrivals();
-    bool arrives(const Record &record, Kind kind, const Record &change);
+    bool arrives(const Record &record, Kind kind, const Record &change, int first, int last);
+    Entry find(const Record &key);
+    RecordUpdater replace(const Entry &entry, const Record &row);
+    bool update(const Record &live, const Record &changed, int first, int last);
+    void insert(const Record &row);
     void settle();
     template<class Batch, class Put>
-    static Lists gather(Batch &batch, Put put);
-    Lists lists() const;
-    Lists take();
+    static BatchLists gather(Batch &batch, Put put);
+    BatchLists lists() const;
+    BatchLists take();
     void widen(int first, int last)
     {
         m_first = qMin(m_first, qMax(first, 0));
@@ -145,4 +169,6 @@ private:
     QMap<MapKey, Op> m_changes;              // invariant (1)
     Table *m_table;                          // borrowed
     std::unique_ptr<ArrivalList> m_arrivals; // invariant (3)
+    quint64 m_version = 0;                   // of the table's rows, when the first entry came
+    quint32 m_layout = 0;                    // of the table's rows, the same
 };

@@ -10,10 +10,19 @@ class Table;
 /// value.
 struct RowHeader {
     QBasicAtomicInt refCount; ///< handles (Record) that share the row; changed atomically only
-    qint32 reserved;          ///< zero
-    Table *table;             ///< owner; not looked at when the row is freed
+    quint32 flags; ///< RowFlag; written under the table's lock, or by a row's only holder
+    Table *table;  ///< owner; not looked at when the row is freed
 };
 static_assert(sizeof(RowHeader) == 16, "the data area begins 16 bytes into a row");
+
+/// What a table and its batches know about a row. A row without flags may still stand in the table:
+/// one that was put into the master index behind the table's back.
+enum RowFlag : quint32 {
+    kRowInTable = 1,  ///< the master index holds it
+    kRowNamed = 2,    ///< the batch at hand has named it already
+    kRowTracks = 4,   ///< pending: behind the presence bitmap, a bit per column that was written
+    kRowUpserted = 8, ///< pending: meant for whichever row has its key when the batch runs
+};
 
 constexpr qint64 kRowHeaderSize = qint64(sizeof(RowHeader));
 

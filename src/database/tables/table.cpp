@@ -2,7 +2,10 @@
 
 #include "database/bcdii.h"
 #include "database/indexes/index.h"
+#include "database/indexes/rowexchange.h"
+#include "database/indexes/tablelocker.h"
 #include "database/tables/columnspan.h"
+#include "database/tables/firsterror.h"
 #include "database/tables/tableprivate.h"
 
 #include <QtCore/qdebug.h>
@@ -27,9 +30,11 @@ Table::Table(const QString &name, const QString &title, QObject *parent)
 
 Table::~Table()
 {
-    d->forEachIndex([](Index *index) { index->clear(); });
+    d->forEachIndex([](Index *index) { FirstError().run([&] { index->clear(); }); });
     d->masterIndex.reset();
     qDeleteAll(d->columns);
+    while (d->isMine()) // it goes inside its own bracket
+        unlock();
 }
 
 QString Table::name() const
@@ -81,75 +86,130 @@ bool Table::acceptsExisting(const TableColumnDef &existing, const TableColumnDef
 
 void Table::addColumn(const TableColumnDef &def)
 {
-    if (def.name.isEmpty())
-        throw QStringLiteral("Column name can't be empty.");
-    const int existing = columnIndex(def.name);
-    if (existing != -1) {
-        if (acceptsExisting(*columnDef(existing), def))
-            return;
-        throw QStringLiteral("Column '%1' already exists for table '%2'.").arg(def.name, d->name);
+    addColumns({def});
+}
+
+namespace
+{
+
+/// The layout of a table with more columns, made beside the one that it has.
+struct WiderLayout {
+    explicit WiderLayout(const TablePrivate &table)
+        : dataLength(table.dataLength)
+        , columns(table.columns)
+        , hash(table.columnHash)
+        , map(table.columnMap)
+    {
     }
+    /// Adds the column behind the others.
+    void append(std::unique_ptr<TableColumnDef> column)
+    {
+        column->offset = dataLength;
+        dataLength += roundedCell(column->size);
+        const int number = columns.size();
+        hash.insert(column->name, number);
+        map.insert(column->name, number);
+        columns.append(column.get());
+        added.push_back(std::move(column));
+    }
+    qint64 rowSize() const { return kRowHeaderSize + dataLength + bitmapSize(columns.size()); }
 
-    auto column = std::make_unique<TableColumnDef>(this, def);
-    column->size = FieldType::typeLength(def.type, def.length);
-    column->offset = d->dataLength;
-    const int number = columnCount();
-    const qint64 newDataLength = d->dataLength + roundedCell(column->size);
-    const qint64 newRowSize = kRowHeaderSize + newDataLength + bitmapSize(number + 1);
+    qint64 dataLength;
+    QList<TableColumnDef *> columns;
+    QHash<QString, int> hash;
+    QMap<QString, int> map;
+    std::vector<std::unique_ptr<TableColumnDef>> added;
+};
 
-    QList<Record> records;
-    records.reserve(rowCount());
+/// A copy of a row in the new layout: the cells that it did not have are zero and not present.
+Record widened(const Record &row, const TablePrivate &table, const WiderLayout &layout)
+{
+    const qint64 bitmap = kRowHeaderSize + table.dataLength;
+    const qint64 newBitmap = kRowHeaderSize + layout.dataLength;
+    auto *block = static_cast<uchar *>(qMallocAligned(size_t(layout.rowSize()), kRowAlignment));
+    if (!block)
+        throw std::bad_alloc();
+    std::memcpy(block, row.row(), size_t(bitmap));
+    std::memset(block + bitmap, 0, size_t(layout.rowSize() - bitmap));
+    std::memcpy(block + newBitmap, row.row() + bitmap, size_t(table.rowSize - bitmap));
+    // Unused bits of the old bitmap's last byte belong to the new columns.
+    for (size_t i = 0; i < layout.added.size(); ++i) {
+        const int number = table.columns.size() + int(i);
+        uchar &presence = block[newBitmap + number / 8];
+        if (layout.added[i]->nullable)
+            presence = uchar(presence & ~(1u << (number % 8)));
+    }
+    rowHeader(block)->refCount.storeRelaxed(0);
+    rowHeader(block)->flags = kRowInTable;
+    return Record(block);
+}
+
+} // namespace
+
+// All that can fail is done before anything changes: the columns, a new block for every row, the
+// master index's room for them. Then handles and layout change places with what was there.
+void Table::addColumns(const QList<TableColumnDef> &defs)
+{
+    refuseInside("addColumn");
+    const TableLocker locker(*this);
+    WiderLayout layout(*d);
+    for (const TableColumnDef &def : defs) {
+        if (def.name.isEmpty())
+            throw QStringLiteral("Column name can't be empty.");
+        const int existing = layout.hash.value(def.name, -1);
+        if (existing != -1) {
+            if (acceptsExisting(*layout.columns.at(existing), def))
+                continue;
+            throw QStringLiteral("Column '%1' already exists for table '%2'.")
+                .arg(def.name, d->name);
+        }
+        auto column = std::make_unique<TableColumnDef>(this, def);
+        column->size = FieldType::typeLength(def.type, def.length);
+        layout.append(std::move(column));
+    }
+    if (layout.added.empty())
+        return;
+
+    QList<Record> rows;
+    rows.reserve(rowCount());
     for (const Record &record : *d->masterIndex)
-        records.append(record);
-    d->masterIndex->clear();
-    d->forEachIndex([](Index *index) { index->clear(); });
-    enlargeRows(records, *column, newRowSize);
+        rows.append(widened(record, *d, layout));
+    MasterIndex::RowExchange exchange(*d->masterIndex);
+    FirstError error;
+    d->forEachIndex([&](Index *index) { error.run([&] { index->clear(); }); });
+    if (error.caught()) { // one may still hold rows of the old layout
+        d->forEachIndex([&](Index *index) { FirstError().run([&] { index->build(); }); });
+        error.rethrow();
+    }
+    exchange.commit(rows);
 
-    d->columnHash.insert(def.name, number);
-    d->columnMap.insert(def.name, number);
-    d->columns.append(column.release());
-    d->rowSize = newRowSize;
-    d->dataLength = newDataLength;
+    for (auto &column : layout.added)
+        column.release();
+    d->columns.swap(layout.columns);
+    d->columnHash.swap(layout.hash);
+    d->columnMap.swap(layout.map);
+    d->dataLength = layout.dataLength;
+    d->rowSize = kRowHeaderSize + d->dataLength + bitmapSize(d->columns.size());
     for (int i = 0; i < d->columns.size(); ++i) {
         TableColumnDef &placed = *d->columns.at(i);
         placed.index = i;
-        placed.nullOffset = newDataLength + i / 8;
+        placed.nullOffset = d->dataLength + i / 8;
         placed.nullMask = quint8(1u << (i % 8));
     }
+    d->layout.fetch_add(1, std::memory_order_relaxed);
+    d->noteRows();
+    exchange.finish();
 
-    for (const Record &record : qAsConst(records))
-        d->masterIndex->add(record);
-    build();
-}
-
-// Gives every row the block of the new layout. The list's handles are the only ones left in the
-// table; they change their blocks without a change of any count.
-void Table::enlargeRows(QList<Record> &records, const TableColumnDef &added, qint64 newRowSize)
-{
-    const int number = columnCount();
-    const qint64 oldRowSize = d->rowSize;
-    const qint64 cellWidth = roundedCell(added.size);
-    const qint64 oldBitmap = kRowHeaderSize + d->dataLength;
-    const qint64 newBitmap = oldBitmap + cellWidth;
-
-    for (Record &record : records) {
-        uchar *const oldRow = record.row();
-        const int others = rowHeader(oldRow)->refCount.loadRelaxed() - 1;
-        if (others != 0)
-            qWarning("Table::addColumn : Ref count in realloc is %d", others);
-
-        auto *row = static_cast<uchar *>(qMallocAligned(size_t(newRowSize), kRowAlignment));
-        Q_CHECK_PTR(row);
-        std::memcpy(row, oldRow, size_t(oldBitmap));
-        std::memset(row + oldBitmap, 0, size_t(newRowSize - oldBitmap));
-        std::memcpy(row + newBitmap, oldRow + oldBitmap, size_t(oldRowSize - oldBitmap));
-        uchar &presence = row[newBitmap + number / 8];
-        if (added.nullable)
-            presence = uchar(presence & ~(1u << (number % 8)));
-        rowHeader(row)->refCount.storeRelaxed(0);
-        // Releases the old block: it goes at once, or with the last of the handles outside.
-        record = Record(row);
+    // The list has the old rows now, and holds each once.
+    int handles = 0;
+    for (const Record &row : qAsConst(rows)) {
+        rowHeader(row.row())->flags = 0;
+        handles += rowHeader(row.row())->refCount.loadRelaxed() - 1;
     }
+    rows.clear();
+    if (handles != 0)
+        qWarning("Table::addColumn : Ref count in realloc is %d", handles);
+    build();
 }
 
 int Table::columnCount() const
@@ -196,7 +256,10 @@ TableColumnDef *Table::columnDef(int column) const
 
 TableColumnDef *Table::columnDef(const QString &name) const
 {
-    return columnDef(columnIndex(name));
+    const int column = columnIndex(name);
+    if (column == -1)
+        throw QStringLiteral("Table '%1' has no column '%2'.").arg(d->name, name);
+    return columnDef(column);
 }
 
 int Table::columnIndex(const QString &name) const
@@ -268,10 +331,11 @@ uchar *Table::cloneRow(const uchar *row) const
     auto *copy = static_cast<uchar *>(qMallocAligned(size_t(d->rowSize), kRowAlignment));
     if (!copy)
         return nullptr;
-    // Not the count: other threads may be changing it.
-    std::memcpy(copy + sizeof(QBasicAtomicInt), row + sizeof(QBasicAtomicInt),
-                size_t(d->rowSize) - sizeof(QBasicAtomicInt));
+    // Not the count: other threads may be changing it. Nor the flags: no table holds the copy.
+    std::memcpy(copy + kRowHeaderSize, row + kRowHeaderSize, size_t(d->rowSize - kRowHeaderSize));
     rowHeader(copy)->refCount.storeRelaxed(0);
+    rowHeader(copy)->flags = 0;
+    rowHeader(copy)->table = rowHeader(row)->table;
     return copy;
 }
 
@@ -288,44 +352,6 @@ void Table::copyRowContent(uchar *dst, const uchar *src, int first, int last) co
 void Table::freeRow(uchar *row) noexcept
 {
     qFreeAligned(row);
-}
-
-void Table::appendRow()
-{
-    const Record record(this);
-    Q_CHECK_PTR(record.row());
-    appendRow(record.row());
-}
-
-void Table::appendRow(uchar *row)
-{
-    const Record record(row);
-    if (!d->indexes.isEmpty())
-        completeInserted({record});
-    addToIndexes(record);
-}
-
-void Table::appendList(const QList<Record> &records)
-{
-    completeInserted(records);
-    for (const Record &record : records)
-        addToIndexes(record);
-}
-
-void Table::completeInserted(const QList<Record> &records)
-{
-    int first = 0;
-    int last = -1;
-    complete({}, {}, first, last, records);
-}
-
-void Table::addToIndexes(const Record &record)
-{
-    d->masterIndex->add(record);
-    d->forEachIndex([&](Index *index) {
-        if (index->filter(record))
-            index->add(record);
-    });
 }
 
 int Table::rowCount() const
@@ -353,34 +379,4 @@ Field Table::data(int row, int column) const
 void Table::setNull(int row, int column)
 {
     data(row, column).setNull();
-}
-
-void Table::updated(const Record &record, int first, int last, int hint)
-{
-    // The argument may lie in an index that moves it.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
-    const Record kept = record;
-    complete({kept}, {kept}, first, last, {});
-    d->masterIndex->update(kept, first, last, hint);
-    d->forEachIndex([&](Index *index) { index->update(kept, first, last, -1); });
-}
-
-void Table::updatedRow(int row)
-{
-    updated(at(row), 0, columnCount() - 1, -1);
-}
-
-void Table::remove(const Record &record, int hint)
-{
-    // The argument may lie in an index that lets go of it.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
-    const Record kept = record;
-    d->forEachIndex([&](Index *index) { index->remove(kept, -1); });
-    d->masterIndex->remove(kept, hint);
-}
-
-void Table::clear()
-{
-    d->forEachIndex([](Index *index) { index->clear(); });
-    d->masterIndex->clear();
 }

@@ -10,9 +10,11 @@
 #include <QtCore/qobject.h>
 #include <QtCore/qstring.h>
 
+#include <atomic>
 #include <exception>
 #include <memory>
 
+class FirstError;
 class Index;
 class MasterIndex;
 class Record;
@@ -26,16 +28,20 @@ struct TablePrivate;
 ///      bytes, so every cell is aligned), then one presence bit per column.
 ///  (2) The rows of the table are the records of its master index, in that index's order. Every
 ///      other index holds handles to the same blocks.
-///  (3) Outside process() transactionState() is 0 and nothing is pending, also after an index
-///  threw.
+///  (3) Outside process() and the direct calls (appendRow() to clear()) transactionState() is 0 and
+///      nothing is queued, also after an index threw.
 ///
 /// Ownership: the table owns its columns and its master index. Secondary and dependent indexes stay
 /// the application's; indexes take themselves out of the registry when they are destroyed, and a
 /// table that is destroyed first clears them.
 ///
-/// Threads: one updating thread at a time, inside beginUpdate()/endUpdate(), which hold the table's
-/// recursive lock. Whoever reads from another thread meanwhile takes lock(). The time figures are
-/// plain counters.
+/// Threads: any thread may change a table inside beginUpdate()/endUpdate(), which hold its
+/// recursive lock on every level, so that a second thread waits; whoever reads or fills a batch
+/// while another thread may write holds lock(), or a bracket. Batches, direct calls and the
+/// registry take the lock themselves. The locks of joined tables are taken from the topmost main
+/// table down. An index of a class of one's own is opened and closed in a bracket, or by
+/// openIndex(), while another thread updates its table: no base class can wait for the constructor
+/// of a derived one.
 class DATABASE_EXPORT Table : public QObject
 {
     Q_OBJECT
@@ -56,10 +62,15 @@ public:
     /// (in another column existing rows do not receive the presence mark that new rows start with).
     /// Handles to rows held outside the indexes must not be read afterwards; a warning counts them.
     /// A column of the same name is accepted, changing nothing, when it has the same type and
-    /// length, is an Integer64 for a new Integer, or is a VarChar at least as long.
+    /// length, is an Integer64 for a new Integer, or is a VarChar at least as long. A batch that is
+    /// being filled meanwhile throws from then on, until it is cleared.
     /// \throws QString "Column name can't be empty.", "Column '%1' already exists for table '%2'.",
-    /// and as FieldType::typeLength(); nothing is changed then
+    /// inside a transaction of this table, and as FieldType::typeLength(); what an index throws out
+    /// of clear(), and std::bad_alloc. Nothing has changed then. What an index throws out of
+    /// build() comes at the end, when the column is there
     void addColumn(const TableColumnDef &def);
+    /// Several columns in one pass over the rows; all of them or none. \throws as addColumn()
+    void addColumns(const QList<TableColumnDef> &defs);
     void addColumn(const QString &name, const FieldDef &def, bool nullable = true,
                    const QString &title = QString(), bool extraFlag = true,
                    const QString &description = QString());
@@ -76,8 +87,9 @@ public:
     QString columnTitle(int column) const; ///< the name while the title is empty
     void setColumnTitle(int column, const QString &title);
     TableColumnDef *columnDef(int column) const; ///< the table's own; its address never changes
-    TableColumnDef *columnDef(const QString &name) const; ///< the name must exist
-    int columnIndex(const QString &name) const;           ///< case-sensitive; -1 if there is none
+    /// \throws QString "Table '%1' has no column '%2'."
+    TableColumnDef *columnDef(const QString &name) const;
+    int columnIndex(const QString &name) const; ///< case-sensitive; -1 if there is none
     QList<ColumnDef> columns() const;
     QList<TableColumnDef *> fieldDefs() const;
 
@@ -101,8 +113,15 @@ public:
     /// Releases a block, whatever its count.
     static void freeRow(uchar *row) noexcept;
 
+    // Direct calls: no batch is run, so preprocess() and process() are not called. They are
+    // transactions of their own: batches that indexes submit meanwhile run behind them. Every index
+    // hears of the change also when one throws, and the first error is thrown at the end; only a
+    // new row that the master index refuses reaches no other. Inside a transaction of this table
+    // new and removed rows are queued behind it, and behind its queued batches; the other calls
+    // throw a QString that names table and call.
+
     /// Adds a new row, a given row, given rows to the master index and to every secondary index
-    /// whose filter accepts them. No batch is run: preprocess() and process() are not called.
+    /// whose filter accepts them.
     void appendRow();
     void appendRow(uchar *row);
     void appendList(const QList<Record> &records);
@@ -123,11 +142,19 @@ public:
     void remove(const Record &record, int hint);
     /// Clears every index; the columns stay.
     void clear();
+    /// Sorts the master index again and builds every other index from it: what makes table and
+    /// views agree after a batch that failed in the master index, for want of memory say.
+    void rebuild();
 
     // Batches -----------------------------------------------------------------------------------
 
     /// Runs a batch as one transaction; from inside a transaction of this table it is folded into
-    /// the pending one, which runs right after. Leaves \p transaction empty.
+    /// the pending one, which runs right after. Leaves \p transaction empty. Takes the lock.
+    ///
+    /// Of an updated row only the columns that were written through its updater, or named when its
+    /// values were merged, change; the others are those of the live row as the batch runs. A row
+    /// that is not in the table any more is left out, and one that the batch names twice, since its
+    /// key changed meanwhile, counts once; its removal wins. upsertRow() looks its key up again.
     ///
     /// What an index throws reaches the caller, and nothing else suffers: a throw from toRemove()
     /// or preprocess() abandons the batch before any row changes; after that every other index
@@ -135,7 +162,7 @@ public:
     void process(RecordsTrans &transaction);
     /// Runs changes of live rows as one transaction: columns \p first..last of \p changed become
     /// those of \p updated, which stand in it once each. Nothing is folded, so a table without a
-    /// key takes it too. Not from inside a transaction of this table.
+    /// key takes it too. \throws QString from inside a transaction of this table
     void process(const QList<Record> &updated, int first, int last, const QList<Record> &changed);
     void processSingleTransaction(RecordsTrans &transaction);
     /// The passes over the indexes. A row stands in \p updated once; \p removed grows by what an
@@ -151,6 +178,9 @@ public:
     /// Takes over a master index and deletes the previous one. Rows are not moved over: set it on
     /// an empty table.
     void setMasterIndex(MasterIndex *index);
+
+    // The registry is changed and read under the table's lock; an index that goes while the
+    // registry is walked is passed by. Signals are sent when the lock has been released.
 
     /// Secondary indexes receive batches in the order of registration. No check for duplicates.
     void addIndex(Index *index);
@@ -171,12 +201,16 @@ public:
 
     // Update bracket ----------------------------------------------------------------------------
 
-    /// The outermost call tells the dependent indexes, takes the lock and tells the master index
-    /// and the secondary ones. When an index throws, the bracket is as if it had not been opened.
+    /// Takes the lock, on every level. The outermost call takes the locks of the tables above
+    /// first, tells the dependent indexes before it takes its own, and tells the master index and
+    /// the secondary ones then. When an index throws, the bracket is as if it had not been opened.
     void beginUpdate();
-    /// The outermost call tells the master index and the secondary ones, releases the lock and
-    /// tells the dependent indexes; it does all of that also when one throws. Calls must pair.
+    /// Releases the lock. The outermost call tells the master index and the secondary ones before,
+    /// and the dependent indexes after that; it does all of it also when one throws. Calls must
+    /// pair, in the same thread.
     void endUpdate();
+    /// The lock of this table and, before it, those of the tables whose joined cells it supplies,
+    /// from the topmost down. May be taken again by the thread that has it.
     void lock();
     void unlock();
     bool tryLock(int timeoutMSecs = 0);
@@ -200,19 +234,32 @@ Q_SIGNALS:
 private:
     Q_DISABLE_COPY(Table)
 
+    friend struct TablePrivate;
+    friend class RecordsTrans;
+    friend class TableLocker;
+
     template<class Run>
     void runTransaction(Run run);
+    template<class Run>
+    void runDirectly(Run run);
+    void refuseInside(const char *call) const;
+    void drain(FirstError &error);
+    void lockAlone();
+    void unlockAlone();
     void complete(const QList<Record> &updated, const QList<Record> &values, int &first, int &last,
                   const QList<Record> &inserted);
     void completeInserted(const QList<Record> &records);
     void addToIndexes(const Record &record);
+    void takeFromIndexes(const Record &record, int hint);
+    void noteChange(const QList<Record> &removed, int first, int last, const QList<Record> &updated,
+                    const QList<Record> &inserted, bool failed);
+    bool changesKey(int first, int last) const;
     bool acceptsExisting(const TableColumnDef &existing, const TableColumnDef &def) const;
-    void enlargeRows(QList<Record> &records, const TableColumnDef &added, qint64 newRowSize);
 
     std::unique_ptr<TablePrivate> d;
-    QElapsedTimer m_timer; // restarted by process()
+    QElapsedTimer m_timer; // restarted by the outermost process()
     qint64 m_nsecsElapsed = 0;
-    static qint64 m_nsecsElapsedTotal;
+    static std::atomic<qint64> m_nsecsElapsedTotal; // of all threads
 };
 
 /// Opens a table's update bracket and closes it on every way out of the scope.

@@ -17,6 +17,7 @@ bool isDependent(const QString &className)
 
 TableIndexRebuilder::TableIndexRebuilder(Table *table)
     : m_table(table)
+    , m_locker(*table)
 {
     const QList<Index *> indexes = table->indexes();
     for (Index *index : indexes) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "database/database_global.h"
+#include "database/indexes/tablelocker.h"
 
 #include <QtCore/qlist.h>
 #include <QtCore/qpair.h>
@@ -17,7 +18,7 @@ class Table;
 /// While it lives, appended rows go into the master index only. Its end builds every index once
 /// over all rows, joins first, then dependent indexes, then the others (so that an index over
 /// joined columns sees the joined values), and registers them again in their old order under their
-/// old names. The indexes must outlive it.
+/// old names. The indexes must outlive it. Holds the table's lock all the time.
 class DATABASE_EXPORT TableIndexRebuilder
 {
 public:
@@ -35,7 +36,8 @@ public:
 private:
     void putBack(FirstError &error);
 
-    Table *m_table;                           // borrowed
+    Table *m_table; // borrowed
+    const TableLocker m_locker;
     QList<QPair<Index *, QString>> m_removed; // in their order of registration, with their names
     QList<Index *> m_joinGroup;
     QList<Index *> m_dependentGroup;

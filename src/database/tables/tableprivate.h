@@ -2,17 +2,24 @@
 
 #include "database/masterindex_struct.h"
 #include "database/tables/columndef.h"
+#include "database/tables/indexregistry.h"
 #include "database/tables/recordstrans.h"
 #include "database/tables/rowlayout.h"
+#include "database/tables/table.h"
 
 #include <QtCore/qatomic.h>
+#include <QtCore/qdeadlinetimer.h>
 #include <QtCore/qhash.h>
 #include <QtCore/qlist.h>
 #include <QtCore/qmap.h>
 #include <QtCore/qmutex.h>
+#include <QtCore/qpointer.h>
 #include <QtCore/qstring.h>
+#include <QtCore/qthread.h>
 
+#include <atomic>
 #include <memory>
+#include <vector>
 
 struct TablePrivate {
     TablePrivate(Table *table, const QString &tableName, const QString &tableTitle)
@@ -22,101 +29,85 @@ struct TablePrivate {
     {
     }
 
-    /// Calls every secondary index, in the order of registration. An index may register or remove
-    /// others meanwhile: those that come are left out, having been built by whoever made them, and
-    /// so are those that went, which may be gone for good.
+    static TablePrivate &of(const Table &table) { return *table.d; }
+
+    /// Calls every secondary index, in the order of registration.
     template<class Call>
     void forEachIndex(Call &&call)
     {
-        IndexWalk walk(*this);
+        IndexRegistry::Walk walk(indexes);
         while (Index *index = walk.next())
             call(index);
     }
 
-    /// One walk over the registry, in the list of those under way, innermost first. It reads the
-    /// registry itself until that changes, and from then on a copy.
-    class IndexWalk
+    /// A walk over the dependent indexes, told outside of the table's lock.
+    class DependentWalk
     {
     public:
-        explicit IndexWalk(TablePrivate &table)
-            : m_indexes(&table.indexes)
-            , m_outer(table.walks)
-            , m_innermost(table.walks)
-        {
-            m_innermost = this;
-        }
-        ~IndexWalk() { m_innermost = m_outer; }
-        IndexWalk(const IndexWalk &) = delete;
-        IndexWalk &operator=(const IndexWalk &) = delete;
-
-        /// The next index, null at the end.
-        Index *next()
-        {
-            while (m_next < m_indexes->size()) {
-                if (Index *index = m_indexes->at(m_next++))
-                    return index;
-            }
-            return nullptr;
-        }
-        /// Begins again, with the indexes before the last one that next() gave.
-        void turnBack()
-        {
-            keep();
-            m_kept.erase(m_kept.begin() + (m_next - 1), m_kept.end());
-            m_next = 0;
-        }
+        explicit DependentWalk(TablePrivate &table);
+        ~DependentWalk();
+        Index *next();
+        void turnBack(bool withLast); ///< as IndexRegistry::Walk::turnBack()
 
     private:
-        friend struct TablePrivate;
-
-        void keep()
-        {
-            m_kept = *m_indexes;
-            m_indexes = &m_kept;
-        }
-
-        const QList<Index *> *m_indexes; // the registry or m_kept
-        QList<Index *> m_kept;           // null where one left
-        int m_next = 0;
-        IndexWalk *const m_outer;
-        IndexWalk *&m_innermost;
+        std::unique_ptr<IndexRegistry::Walk> m_walk; // null where there is none
     };
-
-    /// Called before the registry changes: the walks under way go on as it was.
-    void keepWalks()
-    {
-        for (IndexWalk *walk = walks; walk; walk = walk->m_outer)
-            walk->keep();
-    }
-    /// Takes an index that left the registry out of the walks under way. Its address is not looked
-    /// for later: a new index may have it by then.
-    void leaveWalks(Index *index)
-    {
-        for (IndexWalk *walk = walks; walk; walk = walk->m_outer) {
-            const int i = walk->m_kept.indexOf(index);
-            if (i != -1)
-                walk->m_kept[i] = nullptr;
-        }
-    }
 
     /// Called when names change, so that a batch does not look for the name.
     void findLimit() { limit = indexNames.value(QStringLiteral("IndexLimit"), nullptr); }
 
+    // The lock: see Table::lock().
+
+    using Above = std::vector<QPointer<Table>>; // one may go while it is locked
+
+    /// Whether the calling thread holds the table's lock.
+    bool isMine() const
+    {
+        return owner.load(std::memory_order_relaxed) == QThread::currentThreadId();
+    }
+    /// The tables that show this one's cells, directly or by way of others, the topmost first.
+    Above tablesAbove() const;
+    /// Locks them. \return false, none of them locked, when the time is over
+    bool lockAbove(Above &above, QDeadlineTimer deadline = QDeadlineTimer::Forever) const;
+    static void unlockAbove(const Above &above);
+    /// Locks the table itself. \param above  to be released with the last level
+    bool lockOwn(Above &&above, QDeadlineTimer deadline = QDeadlineTimer::Forever);
+    /// \return what is to be released now
+    Above unlockOwn();
+
+    /// Notes that rows came or went, or keys changed: what batches have looked up may be void.
+    void noteRows() { version.fetch_add(1, std::memory_order_relaxed); }
+    /// Whether a row stands in the table.
+    bool isLive(const Record &record) const;
+
     const QString name;
     QString title;
     std::unique_ptr<MasterIndex> masterIndex;
-    QList<Index *> indexes;            // borrowed, in the order of registration
-    IndexWalk *walks = nullptr;        // innermost of those under way
-    QMap<QString, Index *> indexNames; // borrowed
-    Index *limit = nullptr;            // the one of them that is named "IndexLimit"
-    QList<Index *> dependentIndexes;   // borrowed; they belong to other tables
-    QList<TableColumnDef *> columns;   // owned, in column order
-    qint64 dataLength = 0;             // sum of the columns' rounded sizes
-    qint64 rowSize = kRowHeaderSize;   // header, data, bitmap
-    QHash<QString, int> columnHash;    // both hold every column; the map is
-    QMap<QString, int> columnMap;      // faster while there are few
-    QAtomicInt updateDepth;
+    IndexRegistry indexes;
+    QMap<QString, Index *> indexNames;    // borrowed
+    Index *limit = nullptr;               // the one of them that is named "IndexLimit"
+    IndexRegistry dependentIndexes;       // they belong to other tables; guarded by a mutex of all
+                                          // tables, since they are told outside of the lock
+    std::atomic<int> dependents{0};       // how many of them there are
+    QList<TableColumnDef *> columns;      // owned, in column order
+    qint64 dataLength = 0;                // sum of the columns' rounded sizes
+    qint64 rowSize = kRowHeaderSize;      // header, data, bitmap
+    QHash<QString, int> columnHash;       // both hold every column; the map is
+    QMap<QString, int> columnMap;         // faster while there are few
+    std::atomic<quint32> layout{0};       // counts the changes of the layout of rows
+    std::atomic<quint64> version{0};      // counts the changes of rows and keys
+    std::atomic<bool> isKeyMissed{false}; // whether it was told that the table has no key
+    QAtomicInt updateDepth;               // changed under the lock
     int transactionState = 0;
     RecordsTrans pending; // batches that arrived inside a transaction, folded
+    /// Rows that direct calls inside a transaction brought or took.
+    struct Queued {
+        Record record;
+        bool comes;
+    };
+    std::vector<Queued> queued;
     QMutex mutex{QMutex::Recursive};
+    std::atomic<Qt::HANDLE> owner{nullptr}; // the thread that holds it
+    int lockDepth = 0;                      // levels of the thread that holds it
+    Above above;                            // locked with it
 };

@@ -1,14 +1,14 @@
-// What a table does with its indexes: the registry, the update bracket and the passes of a batch.
+// How changes of rows reach a table's indexes: direct calls and the passes of a batch.
 
 #include "database/indexes/digestsort.h"
 #include "database/indexes/index.h"
 #include "database/indexes/indexlimit.h"
 #include "database/indexes/scratchmemory.h"
-#include "database/joins/tablejoin.h"
+#include "database/indexes/tablelocker.h"
 #include "database/services/concurrently.h"
-#include "database/services/threadannotations.h"
 #include "database/tables/columnspan.h"
 #include "database/tables/firsterror.h"
+#include "database/tables/pendingrow.h"
 #include "database/tables/table.h"
 #include "database/tables/tableprivate.h"
 
@@ -92,6 +92,23 @@ void freeRows(QList<Record> &rows)
     rows.clear();
 }
 
+/// Marks a transaction as under way.
+class StateGuard
+{
+public:
+    StateGuard(int &state, int value)
+        : m_state(state)
+    {
+        m_state = value;
+    }
+    ~StateGuard() { m_state = 0; }
+    StateGuard(const StateGuard &) = delete;
+    StateGuard &operator=(const StateGuard &) = delete;
+
+private:
+    int &m_state;
+};
+
 /// What a batch of many rows works with: threads at hand, and memory that goes from one index to
 /// the next.
 struct Equipment {
@@ -103,193 +120,183 @@ struct Equipment {
 
 } // namespace
 
-qint64 Table::m_nsecsElapsedTotal = 0;
+std::atomic<qint64> Table::m_nsecsElapsedTotal{0};
 
-// Registry ----------------------------------------------------------------------------------------
+// Direct calls ------------------------------------------------------------------------------------
 
-MasterIndex *Table::masterIndex() const
-{
-    return d->masterIndex.get();
-}
-
-void Table::setMasterIndex(MasterIndex *index)
-{
-    if (index != d->masterIndex.get())
-        d->masterIndex.reset(index);
-}
-
-void Table::addIndex(Index *index)
-{
-    d->keepWalks();
-    d->indexes.append(index);
-    Q_EMIT indexAdded(index);
-}
-
-void Table::removeIndex(Index *index)
-{
-    d->keepWalks();
-    d->indexes.removeOne(index);
-    d->leaveWalks(index);
-    const QString name = indexName(index);
-    if (namedIndex(name) == index)
-        d->indexNames.remove(name);
-    d->findLimit();
-    Q_EMIT indexRemoved(index);
-}
-
-void Table::addDependentIndex(Index *index)
-{
-    d->dependentIndexes.append(index);
-    Q_EMIT dependentIndexAdded(index);
-}
-
-void Table::removeDependentIndex(Index *index)
-{
-    d->dependentIndexes.removeOne(index);
-    Q_EMIT dependentIndexRemoved(index);
-}
-
-void Table::setIndexName(const QString &name, Index *index)
-{
-    d->indexNames.insert(name, index);
-    d->findLimit();
-}
-
-Index *Table::namedIndex(const QString &name) const
-{
-    return d->indexNames.value(name, nullptr);
-}
-
-QString Table::indexName(Index *index) const
-{
-    return d->indexNames.key(index);
-}
-
-QList<Index *> Table::indexes() const
-{
-    return d->indexes;
-}
-
-QList<Index *> Table::dependentIndexes() const
-{
-    return d->dependentIndexes;
-}
-
-void Table::setIndexes(const QList<Index *> &indexes)
-{
-    const QList<Index *> before = d->indexes;
-    d->keepWalks();
-    d->indexes = indexes;
-    for (Index *index : before) {
-        if (!indexes.contains(index))
-            d->leaveWalks(index);
-    }
-}
-
-void Table::build()
+// A direct call is a transaction as well: what indexes submit meanwhile waits for its end.
+template<class Run>
+void Table::runDirectly(Run run)
 {
     FirstError error;
-    for (const bool joins : {true, false}) { // other indexes may sort by what a join supplies
-        d->forEachIndex([&](Index *index) {
-            if (TableJoin::isJoin(index) == joins)
-                error.run([&] { index->build(); });
+    error.run([&] {
+        const StateGuard guard(d->transactionState, 2);
+        run();
+    });
+    drain(error);
+    error.rethrow();
+}
+
+void Table::appendRow()
+{
+    const Record record(this);
+    Q_CHECK_PTR(record.row());
+    appendRow(record.row());
+}
+
+void Table::appendRow(uchar *row)
+{
+    appendList({Record(row)});
+}
+
+void Table::appendList(const QList<Record> &records)
+{
+    const TableLocker locker(*this);
+    if (d->transactionState != 0) {
+        for (const Record &record : records)
+            d->queued.push_back({record, true});
+        return;
+    }
+    runDirectly([&] {
+        completeInserted(records);
+        FirstError error;
+        for (const Record &record : records)
+            error.run([&] { addToIndexes(record); });
+        error.rethrow();
+    });
+}
+
+void Table::completeInserted(const QList<Record> &records)
+{
+    if (d->indexes.list().isEmpty())
+        return;
+    int first = 0;
+    int last = -1;
+    complete({}, {}, first, last, records);
+}
+
+void Table::addToIndexes(const Record &record)
+{
+    d->masterIndex->add(record); // where that fails no other index holds a row without a table
+    rowHeader(record.row())->flags = kRowInTable;
+    d->noteRows();
+    FirstError error;
+    d->forEachIndex([&](Index *index) {
+        error.run([&] {
+            if (index->filter(record))
+                index->add(record);
         });
-    }
+    });
     error.rethrow();
 }
 
-// Update bracket ----------------------------------------------------------------------------------
-
-void Table::lock()
+void Table::takeFromIndexes(const Record &record, int hint)
 {
-    d->mutex.lock();
-    annotateAcquire(&d->mutex);
-}
-
-void Table::unlock()
-{
-    annotateRelease(&d->mutex);
-    d->mutex.unlock();
-}
-
-bool Table::tryLock(int timeoutMSecs)
-{
-    if (!d->mutex.tryLock(timeoutMSecs))
-        return false;
-    annotateAcquire(&d->mutex);
-    return true;
-}
-
-void Table::beginUpdate()
-{
-    if (d->updateDepth.fetchAndAddOrdered(1) >= 1)
-        return;
-    const QList<Index *> dependents = d->dependentIndexes;
-    int dependentsTold = 0;
-    bool locked = false;
-    bool masterTold = false;
-    std::optional<TablePrivate::IndexWalk> walk;
-    try {
-        for (Index *index : dependents) {
-            index->dependentBeginUpdate(this);
-            ++dependentsTold;
-        }
-        lock();
-        locked = true;
-        d->masterIndex->beginUpdate();
-        masterTold = true;
-        walk.emplace(*d);
-        while (Index *index = walk->next())
-            index->beginUpdate();
-    } catch (...) {
-        // Closes what was opened, in the order of endUpdate(); the error that counts is the first.
-        FirstError ignored;
-        if (masterTold)
-            ignored.run([&] { d->masterIndex->endUpdate(); });
-        if (walk) {
-            walk->turnBack();
-            while (Index *index = walk->next())
-                ignored.run([&] { index->endUpdate(); });
-            walk.reset(); // while the registry is still this thread's
-        }
-        d->updateDepth.fetchAndSubOrdered(1);
-        if (locked)
-            unlock();
-        for (int i = 0; i < dependentsTold; ++i)
-            ignored.run([&] { dependents.at(i)->dependentEndUpdate(this); });
-        throw;
-    }
-}
-
-void Table::endUpdate()
-{
-    if (d->updateDepth.fetchAndSubOrdered(1) >= 2)
-        return;
     FirstError error;
-    error.run([&] { d->masterIndex->endUpdate(); });
-    d->forEachIndex([&](Index *index) { error.run([&] { index->endUpdate(); }); });
-    const QList<Index *> dependents = d->dependentIndexes;
-    unlock();
-    for (Index *index : dependents)
-        error.run([&] { index->dependentEndUpdate(this); });
+    d->forEachIndex([&](Index *index) { error.run([&] { index->remove(record, -1); }); });
+    error.run([&] { d->masterIndex->remove(record, hint); });
+    rowHeader(record.row())->flags = 0;
+    d->noteRows();
     error.rethrow();
+}
+
+void Table::updated(const Record &record, int first, int last, int hint)
+{
+    refuseInside("updated");
+    const TableLocker locker(*this);
+    // The argument may lie in an index that moves it.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const Record kept = record;
+    runDirectly([&] {
+        complete({kept}, {kept}, first, last, {});
+        FirstError error;
+        error.run([&] { d->masterIndex->update(kept, first, last, hint); });
+        if (changesKey(first, last))
+            d->noteRows();
+        d->forEachIndex(
+            [&](Index *index) { error.run([&] { index->update(kept, first, last, -1); }); });
+        error.rethrow();
+    });
+}
+
+void Table::updatedRow(int row)
+{
+    updated(at(row), 0, columnCount() - 1, -1);
+}
+
+void Table::remove(const Record &record, int hint)
+{
+    const TableLocker locker(*this);
+    // The argument may lie in an index that lets go of it.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const Record kept = record;
+    if (d->transactionState != 0)
+        d->queued.push_back({kept, false});
+    else
+        runDirectly([&] { takeFromIndexes(kept, hint); });
+}
+
+void Table::clear()
+{
+    refuseInside("clear");
+    const TableLocker locker(*this);
+    runDirectly([&] {
+        FirstError error;
+        d->forEachIndex([&](Index *index) { error.run([&] { index->clear(); }); });
+        for (const Record &record : *d->masterIndex)
+            rowHeader(record.row())->flags = 0;
+        d->noteRows();
+        error.run([&] { d->masterIndex->clear(); });
+        error.rethrow();
+    });
+}
+
+void Table::rebuild()
+{
+    refuseInside("rebuild");
+    const TableLocker locker(*this);
+    FirstError error;
+    error.run([&] { d->masterIndex->resort(); });
+    for (const Record &record : *d->masterIndex)
+        rowHeader(record.row())->flags = kRowInTable;
+    d->noteRows();
+    d->forEachIndex([&](Index *index) { error.run([&] { index->clear(); }); });
+    error.run([&] { build(); });
+    error.rethrow();
+}
+
+bool TablePrivate::isLive(const Record &record) const
+{
+    quint32 &flags = rowHeader(record.row())->flags;
+    if (!(flags & kRowInTable) && masterIndex->contains(record))
+        flags |= kRowInTable;
+    return flags & kRowInTable;
 }
 
 // Batches -----------------------------------------------------------------------------------------
 
+// What a table refuses while it is inside a transaction of its own, in the thread that runs it.
+void Table::refuseInside(const char *call) const
+{
+    if (d->isMine() && d->transactionState != 0)
+        throw QStringLiteral("Table '%1': %2 can't be called inside a transaction of the table.")
+            .arg(d->name, QLatin1String(call));
+}
+
 void Table::process(RecordsTrans &transaction)
 {
-    runTransaction([&] {
-        if (d->transactionState != 0)
-            d->pending.merge(transaction);
-        else
-            processSingleTransaction(transaction);
-    });
+    const TableLocker locker(*this);
+    if (d->transactionState != 0) {
+        d->pending.merge(transaction);
+        return;
+    }
+    runTransaction([&] { processSingleTransaction(transaction); });
 }
 
 void Table::process(const QList<Record> &updated, int first, int last, const QList<Record> &changed)
 {
-    Q_ASSERT(d->transactionState == 0);
+    refuseInside("process");
+    const TableLocker locker(*this);
     runTransaction([&] {
         QList<Record> removed;
         QList<Record> live = updated;
@@ -297,22 +304,40 @@ void Table::process(const QList<Record> &updated, int first, int last, const QLi
     });
 }
 
-// Times what run does and, unless a transaction is under way, runs the batches that came meanwhile.
+// Times what run does and what it leaves in the queue. Transactions inside are part of that.
 template<class Run>
 void Table::runTransaction(Run run)
 {
     m_timer.start();
     FirstError error;
     error.run(run);
-    while (d->transactionState == 0 && !d->pending.isEmpty()) {
-        RecordsTrans next(this);
-        next.swap(d->pending);
-        error.run([&] { processSingleTransaction(next); });
-    }
+    drain(error);
     const qint64 elapsed = m_timer.nsecsElapsed();
     m_nsecsElapsed += elapsed;
-    m_nsecsElapsedTotal += elapsed;
+    m_nsecsElapsedTotal.fetch_add(elapsed, std::memory_order_relaxed);
     error.rethrow();
+}
+
+// Runs what came while a transaction was under way.
+void Table::drain(FirstError &error)
+{
+    while (!d->pending.isEmpty() || !d->queued.empty()) {
+        if (!d->pending.isEmpty()) {
+            RecordsTrans next(this);
+            next.swap(d->pending);
+            error.run([&] { processSingleTransaction(next); });
+            continue;
+        }
+        for (const TablePrivate::Queued &each : std::exchange(d->queued, {})) {
+            error.run([&] {
+                const StateGuard guard(d->transactionState, 2);
+                if (each.comes)
+                    addToIndexes(each.record);
+                else
+                    takeFromIndexes(each.record, -1);
+            });
+        }
+    }
 }
 
 void Table::complete(const QList<Record> &updated, const QList<Record> &values, int &first,
@@ -323,12 +348,16 @@ void Table::complete(const QList<Record> &updated, const QList<Record> &values, 
 
 void Table::processSingleTransaction(RecordsTrans &transaction)
 {
+    transaction.checkLayout();
     const QPair<int, int> columns = transaction.columns();
+    const bool mayMeet = transaction.mayMeet();
     std::optional<Equipment> equipment;
     if (transaction.size() >= kSideBySide)
         equipment.emplace(); // threads wake up while the batch is sorted
     // Emptied before the passes: whatever an index throws, the batch is spent.
-    RecordsTrans::Lists lists = transaction.take();
+    BatchLists lists = transaction.take();
+    settleBatch(*this, lists, mayMeet);
+    completeFromLive(*this, lists, columns.first, columns.second);
     processSingleTransaction(lists.removed, lists.updated, columns.first, columns.second,
                              lists.inserted, std::move(lists.changed));
     release(lists.updated);
@@ -370,7 +399,7 @@ void toEachIndex(TablePrivate &table, int rows, Pass pass, Call call, Beside bes
             });
         together.clear();
     };
-    TablePrivate::IndexWalk walk(table);
+    IndexRegistry::Walk walk(table.indexes);
     while (Index *index = walk.next()) {
         if (rows >= kSideBySide && index->isIndependent()) {
             together.push_back(index);
@@ -389,18 +418,13 @@ void toEachIndex(TablePrivate &table, int rows, Pass pass, Call call, Beside bes
 void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
                                      int last, const QList<Record> &inserted, QList<Record> changed)
 {
+    const StateGuard guard(d->transactionState, 1);
     if (auto *limit = dynamic_cast<IndexLimit *>(d->limit))
         limit->toRemove(inserted.size() - removed.size(), removed, updated);
-
-    struct StateGuard {
-        int &state;
-        ~StateGuard() { state = 0; }
-    } guard{d->transactionState};
 
     std::optional<Equipment> equipment;
     if (removed.size() + updated.size() + inserted.size() >= kSideBySide)
         equipment.emplace();
-    d->transactionState = 1;
     complete(updated, changed, first, last, inserted);
     const int rows = rowsToShare(removed, updated, inserted);
     toEachIndex(
@@ -412,12 +436,36 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
 
     FirstError error;
     error.run([&] { d->masterIndex->process(removed, updated, first, last, inserted); });
+    noteChange(removed, first, last, updated, inserted, error.caught());
     d->transactionState = 2;
     toEachIndex(
         *d, rows, [&](const auto &step) { error.run(step); },
         [&](Index *index) { index->process(removed, updated, first, last, inserted); },
         [&] { freeRows(changed); });
     error.rethrow();
+}
+
+// Keeps the flags of rows in step with the master index, and the count of what batches look up.
+void Table::noteChange(const QList<Record> &removed, int first, int last,
+                       const QList<Record> &updated, const QList<Record> &inserted, bool failed)
+{
+    for (const Record &record :
+         inserted) // one that the master index refused is no row of the table
+        rowHeader(record.row())->flags =
+            !failed || d->masterIndex->contains(record) ? quint32(kRowInTable) : 0;
+    for (const Record &record : removed)
+        rowHeader(record.row())->flags = 0;
+    if (!removed.isEmpty() || !inserted.isEmpty() ||
+        (!updated.isEmpty() && changesKey(first, last)))
+        d->noteRows();
+}
+
+bool Table::changesKey(int first, int last) const
+{
+    const QList<int> keys = d->masterIndex->keyColumns();
+    return keys.isEmpty() || std::any_of(keys.begin(), keys.end(), [=](int column) {
+               return column >= first && (last < 0 || column <= last);
+           });
 }
 
 int Table::transactionState() const
@@ -439,11 +487,11 @@ void Table::setNsecsElapsed(const qint64 &nsecs)
 
 qint64 Table::nsecsElapsedTotal()
 {
-    return m_nsecsElapsedTotal;
+    return m_nsecsElapsedTotal.load(std::memory_order_relaxed);
 }
 
 decimal Table::percentElapsed() const
 {
-    const qint64 unit = m_nsecsElapsedTotal / 10000;
+    const qint64 unit = nsecsElapsedTotal() / 10000;
     return unit == 0 ? decimal() : decimal::fromParts(m_nsecsElapsed / unit, 2);
 }

@@ -253,8 +253,10 @@ uint qHash(const xdecimal &value, uint seed)
 
 QDataStream &operator<<(QDataStream &stream, const xdecimal &value)
 {
+    uchar digits[sizeof value.m_digits] = {}; // 0 behind the number, whatever is there in memory
+    std::copy_n(value.m_digits, BCDIILength(value.m_type), digits);
     stream << value.m_type;
-    stream.writeRawData(reinterpret_cast<const char *>(value.m_digits), sizeof value.m_digits);
+    stream.writeRawData(reinterpret_cast<const char *>(digits), sizeof digits);
     return stream;
 }
 

@@ -14,8 +14,9 @@ class QLocale;
 ///
 /// What is always true:
 ///  (1) The first two bytes are the type word, of precision kPrecision and a scale of
-///      kMinScale..kMaxScale; the digits follow in the format of bcdii.h. Bytes that the digits do
-///      not use are 0.
+///      kMinScale..kMaxScale; the digits follow in the format of bcdii.h, in 14 bytes of an odd
+///      scale and 13 of an even one. The byte left over is 0 in every value made here, and nothing
+///      here looks at it, so that raw memory with another byte there is the same number.
 ///  (2) The value is a well-formed number or NULL. NULL comes from memory and streams only: every
 ///      operation here throws rather than give it.
 ///  (3) The scale is kept as it was entered and does not take part in comparison or hashing.

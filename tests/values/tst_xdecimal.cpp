@@ -3,6 +3,8 @@
 #include "bcdiimodel.h"
 #include "valuetest.h"
 
+#include <QtCore/qdatastream.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -120,6 +122,37 @@ TEST(XDecimal, setScaleRoundsHalfUpOrRefuses)
     value.setScale(24);
     EXPECT_EQ(value.toString(), QString("-2.350000000000000000000000"));
     EXPECT_EQ(qHash(value), qHash(xdecimal("-2.35")));
+}
+
+// Of an even scale the last of the 16 bytes belongs to no digit.
+TEST(XDecimal, takesNoByteBehindItsDigits)
+{
+    xdecimal reread("2.505");
+    bool ok = false;
+    BCDIIFromString(const_cast<uchar *>(reread.data()), "2.50", &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(std::memcmp(reread.data(), xdecimal("2.50").data(), 16), 0);
+
+    for (const char *text : {"2.50", "-2.50", "0.00", "99999999999999999999999.50", "-7"}) {
+        SCOPED_TRACE(text);
+        const xdecimal clean(text);
+        xdecimal soiled = clean;
+        const_cast<uchar *>(soiled.data())[15] = 99;
+        const xdecimal other("0.125");
+        const auto outcome = [&](const xdecimal &value) {
+            xdecimal rounded = value;
+            rounded.setScale(1);
+            QByteArray streamed;
+            QDataStream stream(&streamed, QIODevice::WriteOnly);
+            stream << value;
+            return (value + value).toString() + ' ' + (value - other).toString() + ' ' +
+                   (other * value).toString() + ' ' + (-value).toString() + ' ' +
+                   rounded.toString() + ' ' + value.toString() + ' ' + streamed.toHex() + ' ' +
+                   QString::number(qHash(value)) + ' ' + QString::number(value.toDouble());
+        };
+        EXPECT_EQ(outcome(soiled), outcome(clean));
+        EXPECT_EQ(soiled, clean);
+    }
 }
 
 TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)

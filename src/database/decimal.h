@@ -68,6 +68,9 @@ public:
     /// fromLocaleString with the system locale.
     static decimal fromSystemString(const QString &text, int scale);
     /// Tries fromString, then fromSystemString to \p scale, then fromString with "." for every ",".
+    /// fromString knows no ",", so the locale decides about it: "1,500" is 1500 in en_US and 1.500
+    /// in de_DE, while xdecimal::fromAnyString makes 1.500 of it everywhere. Who knows the locale
+    /// that a text comes from calls fromLocaleString.
     /// \param[out] ok  whether one of them succeeded; may be null
     /// \return what the first success gave, else zero; never throws
     static decimal fromAnyString(const QString &text, bool *ok, int scale);

@@ -123,6 +123,15 @@ xdecimal xdecimal::fromInt64(qint64 value, short scale)
     return result;
 }
 
+xdecimal xdecimal::fromUInt64(quint64 value, short scale)
+{
+    if (!isScale(scale))
+        throw "xdecimal:overflow";
+    xdecimal result = zero(scale);
+    BCDIIGetFromUInt64(result.bytes(), value, scale);
+    return result;
+}
+
 xdecimal xdecimal::fromLocaleString(const QString &text, const QLocale &locale)
 {
     xdecimal result;

@@ -7,6 +7,9 @@
 #include <QtCore/qstring.h>
 #include <QtCore/qvariant.h>
 
+#include <cstddef>
+#include <type_traits>
+
 class QDataStream;
 class QLocale;
 
@@ -38,6 +41,15 @@ public:
     explicit xdecimal(const QString &text);
     explicit xdecimal(const QStringRef &text);
     explicit xdecimal(const char *text);
+    xdecimal(std::nullptr_t) = delete;
+    /// An integer, exactly, at scale 0. So a literal 0 is zero, not a text that is missing.
+    template<class Int,
+             class = std::enable_if_t<std::is_integral_v<Int> && !std::is_same_v<Int, bool> &&
+                                      !std::is_same_v<Int, char>>>
+    explicit xdecimal(Int value)
+        : xdecimal(std::is_signed_v<Int> ? fromInt64(qint64(value)) : fromUInt64(quint64(value)))
+    {
+    }
 
     /// The numbers of 26 nines at scale -62, the ends of the range.
     static xdecimal minimum();
@@ -59,6 +71,7 @@ public:
     static xdecimal fromDouble(double value, short scale);
     /// value x 10^-scale, exactly. Throws "xdecimal:overflow" for a scale outside the range.
     static xdecimal fromInt64(qint64 value, short scale = 0);
+    static xdecimal fromUInt64(quint64 value, short scale = 0);
 
     /// Reads a text by a locale's conventions, exactly: its digits, signs, decimal point and group
     /// separators. Throws "Error in input local string '%1'" for what is no number there or does
@@ -66,7 +79,10 @@ public:
     static xdecimal fromLocaleString(const QString &text, const QLocale &locale);
     /// fromLocaleString with the system locale.
     static xdecimal fromSystemString(const QString &text);
-    /// Tries fromString, then fromSystemString, then fromString with "." for every ",".
+    /// Tries fromString, then fromSystemString, then fromString with "." for every ",". fromString
+    /// reads a lone "," as the decimal point, so "1,500" is 1.500 here in every locale, also in one
+    /// that groups by ",", where decimal::fromAnyString makes 1500 of it. Who knows the locale
+    /// that a text comes from calls fromLocaleString.
     /// \param[out] ok  whether one of them succeeded; may be null
     /// \return what the first success gave, else zero; never throws
     static xdecimal fromAnyString(const QString &text, bool *ok);
@@ -96,7 +112,9 @@ public:
     short scale() const { return static_cast<signed char>(m_type & 0xFF); }
 
     /// Rounds half up to \p scale places. Throws "xdecimal:bad operand" when the integer digits do
-    /// not fit there, for NULL and for a scale outside the range.
+    /// not fit there, for NULL and for a scale outside the range; and at a scale of zero or below
+    /// also for a number that would round up to one unit from nothing: 0.5 has no value at scale
+    /// 0 (1.5 becomes 2, 0.4 becomes 0). See BCDIICopy(), whose rule it is.
     void setScale(short scale);
 
     /// Compares by value: -1, 0 or 1. NULL counts as its marker, above all numbers of its scale.

@@ -106,6 +106,10 @@ TEST(XDecimal, convertsFromNumbers)
     EXPECT_EQ(xdecimal::fromDouble(1250, -2).toString(), QString("1300"));
     EXPECT_EQ(xdecimal::fromInt64(std::numeric_limits<qint64>::min(), 3).toString(),
               QString("-9223372036854775.808"));
+    EXPECT_EQ(xdecimal(0), xdecimal()) << "no null pointer to a text";
+    EXPECT_EQ(xdecimal(-7L).toString() + xdecimal(8u).toString(), QString("-78"));
+    EXPECT_EQ(xdecimal(std::numeric_limits<quint64>::max()).toString(),
+              QString("18446744073709551615"));
     for (const double value : {1e24, -HUGE_VAL})
         EXPECT_EQ(thrownBy([=] { xdecimal::fromDouble(value, 3); }), QString("xdecimal:overflow"));
     EXPECT_EQ(thrownBy([] { xdecimal::fromInt64(0, 63); }), QString("xdecimal:overflow"));
@@ -118,6 +122,13 @@ TEST(XDecimal, setScaleRoundsHalfUpOrRefuses)
     EXPECT_EQ(value.toString(), QString("-2.35"));
     for (const short scale : {26, 63, -63})
         EXPECT_EQ(thrownBy([&] { value.setScale(scale); }), QString("xdecimal:bad operand"));
+    // Up to one unit from nothing is not rounded where that unit is a whole number.
+    EXPECT_EQ(thrownBy([] { xdecimal("0.5").setScale(0); }), QString("xdecimal:bad operand"));
+    for (const auto &[text, rounded] : {std::pair{"1.5", "2"}, {"0.4", "0"}}) {
+        xdecimal number(text);
+        number.setScale(0);
+        EXPECT_EQ(number.toString(), QString(rounded));
+    }
     EXPECT_EQ(thrownBy([] { null().setScale(2); }), QString("xdecimal:bad operand"));
     value.setScale(24);
     EXPECT_EQ(value.toString(), QString("-2.350000000000000000000000"));

@@ -42,6 +42,7 @@ set(DATABASE_PRIVATE_HEADERS
     values/digittext.h
     values/localetext.h
     values/numberscanner.h
+    values/numbervalue.h
     values/pairs128.h
     values/xdecimalframe.h
     values/xdecimalreader.h)

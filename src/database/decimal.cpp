@@ -3,6 +3,7 @@
 #include "database/values/digittext.h"
 #include "database/values/localetext.h"
 #include "database/values/numberscanner.h"
+#include "database/values/numbervalue.h"
 
 #include <QtCore/qcoreapplication.h>
 #include <QtCore/qdatastream.h>
@@ -187,6 +188,22 @@ bool readDouble(double value, int scale, decimal *result)
     throw QCoreApplication::translate("decimal", "decimal:overflow");
 }
 
+constexpr short kVariantPlaces = 5;
+
+decimal fromIntegerVariant(const QVariant &variant)
+{
+    const bool isSigned = variant.userType() != QMetaType::ULongLong;
+    const qint64 number = isSigned ? variant.toLongLong() : 0;
+    const quint64 magnitude = isSigned ? magnitudeOf(number) : variant.toULongLong();
+    decimal result;
+    normalise(magnitude, number < 0, 0, &result); // of 64 bits, it never is too large
+    const quint64 unit = kPowersOf10[-result.scale()];
+    if (magnitude % unit != 0)
+        throwOverflow();
+    result.setScale(kVariantPlaces);
+    return result;
+}
+
 /// Compares coarse x 10^places with fine, both above 0.
 int compareMagnitudes(quint64 coarse, quint64 fine, int places)
 {
@@ -280,8 +297,10 @@ decimal decimal::fromVariant(const QVariant &variant, bool *ok)
     const int type = variant.userType();
     if (type == metatypeId())
         result = variant.value<decimal>();
-    else if (type >= QMetaType::Int && type <= QMetaType::Double)
-        result = fromDouble(variant.toDouble(), 5);
+    else if (type == QMetaType::Double)
+        result = fromDouble(variant.toDouble(), kVariantPlaces);
+    else if (type >= QMetaType::Int && type < QMetaType::Double)
+        result = fromIntegerVariant(variant);
     else if (type == QMetaType::QString)
         result = fromText(variant.toString());
     else
@@ -365,6 +384,25 @@ double decimal::toDouble() const
     const bool exact = places >= 0 && places < int(std::size(kExact));
     return double(mantissa()) / (exact ? kExact[places] : std::pow(10.0, places));
 }
+
+template<class Int>
+Int decimal::toInteger(bool *ok) const
+{
+    Int result = 0;
+    const bool isWhole = bcdii::wholeNumber(bcdii::NumberValue(*this), &result);
+    if (ok)
+        *ok = isWhole;
+    return result;
+}
+
+template DATABASE_EXPORT short decimal::toInteger(bool *) const;
+template DATABASE_EXPORT ushort decimal::toInteger(bool *) const;
+template DATABASE_EXPORT int decimal::toInteger(bool *) const;
+template DATABASE_EXPORT uint decimal::toInteger(bool *) const;
+template DATABASE_EXPORT long decimal::toInteger(bool *) const;
+template DATABASE_EXPORT ulong decimal::toInteger(bool *) const;
+template DATABASE_EXPORT qlonglong decimal::toInteger(bool *) const;
+template DATABASE_EXPORT qulonglong decimal::toInteger(bool *) const;
 
 QString decimal::toString() const
 {

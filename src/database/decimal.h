@@ -75,8 +75,9 @@ public:
     /// \return what the first success gave, else zero; never throws
     static decimal fromAnyString(const QString &text, bool *ok, int scale);
 
-    /// The value of a variant: of a decimal as it is; of the integer types and double to five
-    /// places, as fromDouble; of a string as fromString (both may throw).
+    /// The value of a variant: of a decimal as it is; of the integer types exactly, with five
+    /// places or as many as fit (throws "decimal:overflow" when digits would be lost); of a double
+    /// to five places, as fromDouble; of a string as fromString (both may throw).
     /// \param[out] ok  true for those and for a null or invalid variant, else false; may be null
     /// \return zero for every other type
     static decimal fromVariant(const QVariant &variant, bool *ok = nullptr);
@@ -117,6 +118,13 @@ public:
 
     /// mantissa / 10^scale in double arithmetic.
     double toDouble() const;
+
+    /// The value where it is a whole number that Int holds: int, long, long long, short and their
+    /// unsigned kin. Never rounds.
+    /// \param[out] ok  whether it is one; may be null
+    /// \return 0 for every other value
+    template<class Int>
+    Int toInteger(bool *ok = nullptr) const;
 
     /// Plain text with a point and all fraction digits, or with -scale zeros appended for a
     /// negative scale; always a digit before the point. With a scale above 0 the mantissa goes

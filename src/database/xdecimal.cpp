@@ -2,6 +2,7 @@
 
 #include "database/values/digittext.h"
 #include "database/values/localetext.h"
+#include "database/values/numbervalue.h"
 #include "database/values/xdecimalframe.h"
 #include "database/values/xdecimalreader.h"
 
@@ -215,6 +216,25 @@ double xdecimal::toDouble() const
     BCDII2Double(&result, data());
     return result;
 }
+
+template<class Int>
+Int xdecimal::toInteger(bool *ok) const
+{
+    Int result = 0;
+    const bool isWhole = bcdii::wholeNumber(bcdii::NumberValue(*this), &result);
+    if (ok)
+        *ok = isWhole;
+    return result;
+}
+
+template DATABASE_EXPORT short xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT ushort xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT int xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT uint xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT long xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT ulong xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT qlonglong xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT qulonglong xdecimal::toInteger(bool *) const;
 
 QString xdecimal::toString() const
 {

@@ -123,6 +123,13 @@ public:
     /// The value in double arithmetic; NaN for NULL.
     double toDouble() const;
 
+    /// The value where it is a whole number that Int holds: int, long, long long, short and their
+    /// unsigned kin. Never rounds.
+    /// \param[out] ok  whether it is one; may be null
+    /// \return 0 for every other value and for NULL
+    template<class Int>
+    Int toInteger(bool *ok = nullptr) const;
+
     /// Plain text with all fraction digits and a digit before the point; a null string for NULL.
     QString toString() const;
     /// toString with the system locale's decimal point and group separator, in threes.

@@ -130,6 +130,17 @@ datetime::datetime(const QStringRef &text)
     parse(text.constData(), text.size(), &m_msecs);
 }
 
+datetime::datetime(const QDateTime &shown)
+{
+    if (shown.isValid())
+        m_msecs = QDateTime(shown.date(), shown.time(), Qt::UTC).toMSecsSinceEpoch();
+}
+
+QDateTime datetime::toQDateTime() const
+{
+    return QDateTime::fromMSecsSinceEpoch(m_msecs, Qt::UTC);
+}
+
 bool datetime::parse(const QChar *text, int length, qint64 *msecs)
 {
     // The length and the first separator tell the four formats apart.

@@ -2,6 +2,7 @@
 
 #include "database/database_global.h"
 
+#include <QtCore/qdatetime.h>
 #include <QtCore/qmetatype.h>
 #include <QtCore/qstring.h>
 
@@ -28,6 +29,8 @@ public:
     /// As parse; no date when the text fits no format.
     explicit datetime(const QString &text);
     explicit datetime(const QStringRef &text);
+    /// The clock reading that \p shown has in its own time zone; no date when it is not valid.
+    explicit datetime(const QDateTime &shown);
 
     static constexpr datetime fromMSecsSinceEpoch(qint64 msecs) { return datetime(msecs); }
 
@@ -54,6 +57,9 @@ public:
     /// Text in the system locale's short date format followed by the time "HH:mm:ss.zzz"; a null
     /// string for no date.
     QString toSystemString() const;
+
+    /// This clock reading, labelled UTC; for no date as well, which is the start of 1970 there.
+    QDateTime toQDateTime() const;
 
     /// The id of this type, named "datetime", in Qt's meta-type system.
     static int metatypeId();

@@ -1,6 +1,7 @@
 #include "database/tables/field.h"
 
 #include "database/services/exception.h"
+#include "database/tables/table.h"
 
 #include <QtCore/qdatetime.h>
 #include <QtCore/qdebug.h>
@@ -12,6 +13,12 @@ namespace
 [[noreturn]] void throwIncorrectType()
 {
     throw QStringLiteral("Incorrect type of field.");
+}
+
+QString incompatibleTypes(FieldType::Type from, FieldType::Type to)
+{
+    return QStringLiteral("Can't convert from %1 to %2")
+        .arg(QLatin1String(FieldType::typeName(from)), QLatin1String(FieldType::typeName(to)));
 }
 
 } // namespace
@@ -144,6 +151,16 @@ const char *Field::typeName() const
     return "undefined";
 }
 
+template<class Number>
+void Field::storeNumber(const QStringRef &text)
+{
+    try {
+        store(Number(text));
+    } catch (const QString &message) {
+        throw QString(message + place());
+    }
+}
+
 Field &Field::operator=(const QStringRef &text)
 {
     if (text.isEmpty() && m_column->nullable) {
@@ -155,26 +172,26 @@ Field &Field::operator=(const QStringRef &text)
     case FieldType::Integer: {
         const qint32 number = text.toInt(&ok);
         if (!ok)
-            unreadableText(text, m_column->type);
+            unreadableText(text);
         store(number);
         break;
     }
     case FieldType::Integer64: {
         const qint64 number = text.toLongLong(&ok);
         if (!ok)
-            unreadableText(text, m_column->type);
+            unreadableText(text);
         store(number);
         break;
     }
     case FieldType::Double: {
         const double number = text.toDouble(&ok);
         if (!ok)
-            unreadableText(text, m_column->type);
+            unreadableText(text);
         store(number);
         break;
     }
     case FieldType::Decimal:
-        store(decimal(text));
+        storeNumber<decimal>(text);
         break;
     case FieldType::VarChar:
         FieldType::setString(m_value, m_column->length, text);
@@ -188,30 +205,71 @@ Field &Field::operator=(const QStringRef &text)
         break;
     }
     case FieldType::XDecimal:
-        store(xdecimal(text));
+        storeNumber<xdecimal>(text);
         break;
     default:
-        incompatibleType(m_column->type, FieldType::VarChar);
+        incompatibleType(FieldType::VarChar);
     }
     return *this;
 }
 
+QString Field::place() const
+{
+    if (!m_column->table)
+        return QString();
+    return QStringLiteral(" (column '%1' of table '%2')")
+        .arg(m_column->name, m_column->table->name());
+}
+
 void Field::incompatibleType(FieldType::Type from, FieldType::Type to)
 {
-    throw Exception(
-        QStringLiteral("Can't convert from %1 to %2")
-            .arg(QLatin1String(FieldType::typeName(from)), QLatin1String(FieldType::typeName(to))));
+    throw Exception(incompatibleTypes(from, to));
 }
 
 void Field::incompatibleType(FieldType::Type to) const
 {
-    incompatibleType(m_column->type, to);
+    refuseType(m_column->type, to);
 }
 
-void Field::unreadableText(const QStringRef &text, FieldType::Type to)
+void Field::unreadableText(const QStringRef &text) const
 {
-    throw Exception(QStringLiteral("Can't convert from '%1'' to %2")
-                        .arg(text, QLatin1String(FieldType::typeName(to))));
+    refuseValue(text.toString(), FieldType::typeName(m_column->type));
+}
+
+void Field::refuseType(FieldType::Type from, FieldType::Type to) const
+{
+    throw Exception(incompatibleTypes(from, to) + place());
+}
+
+void Field::refuseValue(const QString &value, const char *to) const
+{
+    throw Exception(QStringLiteral("Can't convert from '%1'' to %2").arg(value, QLatin1String(to)) +
+                    place());
+}
+
+qint64 Field::loadInteger(FieldType::Type type, bool isOwnType) const
+{
+    const bool isWide = m_column->type == FieldType::Integer64;
+    if (!isWide && m_column->type != FieldType::Integer)
+        incompatibleType(type);
+    if (isWide && isOwnType && type == FieldType::Integer) // would fail with the first large value
+        incompatibleType(type);
+    if (isNull())
+        return 0;
+    return isWide ? stored<qint64>() : stored<qint32>();
+}
+
+void Field::storeInteger(qint64 value, FieldType::Type type)
+{
+    if (m_column->type == FieldType::Integer64) {
+        store(value);
+    } else if (m_column->type == FieldType::Integer && type == FieldType::Integer) {
+        if (value > std::numeric_limits<qint32>::max()) // of an unsigned
+            refuseValue(QString::number(value), FieldType::typeName(type));
+        store(qint32(value));
+    } else {
+        refuseType(type, m_column->type);
+    }
 }
 
 QDebug operator<<(QDebug debug, const Field &field)

@@ -254,9 +254,8 @@ decimal decimal::fromDouble(double value, short scale)
 
 decimal decimal::fromLocaleString(const QString &text, const QLocale &locale, int scale)
 {
-    bool isNumber = false;
-    const double value = locale.toDouble(text, &isNumber);
-    if (!isNumber)
+    double value = 0;
+    if (!readLocaleDouble(text, locale, &value))
         throw QCoreApplication::translate("decimal", "Error in input local string '%1'").arg(text);
     decimal result;
     if (!readDouble(value, scale, &result))
@@ -272,9 +271,9 @@ decimal decimal::fromSystemString(const QString &text, int scale)
 decimal decimal::fromAnyString(const QString &text, bool *ok, int scale)
 {
     const auto readSystemText = [&](decimal *result) {
-        bool isNumber = false;
-        const double value = QLocale::system().toDouble(text, &isNumber);
-        return isNumber && readDouble(value, scale, result);
+        double value = 0;
+        return readLocaleDouble(text, QLocale::system(), &value) &&
+               readDouble(value, scale, result);
     };
     const auto readCommaText = [&](decimal *result) {
         QString pointed = text;
@@ -418,9 +417,14 @@ QString decimal::toExactString() const
     return plainText(magnitudeOf(mantissa()), m_word < 0, scale());
 }
 
+QString decimal::toLocaleString(const QLocale &locale) const
+{
+    return locale.toString(toDouble(), 'f', qMax<int>(scale(), 0));
+}
+
 QString decimal::toSystemString() const
 {
-    return QLocale::system().toString(toDouble(), 'f', qMax<int>(scale(), 0));
+    return toLocaleString(QLocale::system());
 }
 
 QString decimal::toSystemStringShort() const

@@ -63,7 +63,8 @@ public:
     static decimal fromDouble(double value, short scale);
 
     /// Reads a text by a locale's conventions, as a double, which fromDouble takes to \p scale.
-    /// Throws "Error in input local string '%1'" for what is no number there, and as fromDouble.
+    /// Groups may be those that the locale has or of three digits. Throws "Error in input local
+    /// string '%1'" for what is no number there, and as fromDouble.
     static decimal fromLocaleString(const QString &text, const QLocale &locale, int scale);
     /// fromLocaleString with the system locale.
     static decimal fromSystemString(const QString &text, int scale);
@@ -132,7 +133,10 @@ public:
     QString toString() const;
     /// The same with every digit of the mantissa.
     QString toExactString() const;
-    /// toDouble() as the system locale writes it, grouped, with scale() decimals (none below 0).
+    /// toDouble() as the locale writes it, grouped, with scale() decimals (none below 0). As far as
+    /// the double goes, about 15 digits, fromLocaleString reads the same number from it.
+    QString toLocaleString(const QLocale &locale) const;
+    /// toLocaleString with the system locale.
     QString toSystemString() const;
     /// toSystemString without zeros at the end of the fraction.
     QString toSystemStringShort() const;

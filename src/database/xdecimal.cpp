@@ -246,9 +246,14 @@ QString xdecimal::toString() const
         .toString();
 }
 
+QString xdecimal::toLocaleString(const QLocale &locale) const
+{
+    return withLocaleGroups(toString(), locale);
+}
+
 QString xdecimal::toSystemString() const
 {
-    return withLocaleGroups(toString(), QLocale::system());
+    return toLocaleString(QLocale::system());
 }
 
 QString xdecimal::toSystemStringShort() const

@@ -74,8 +74,8 @@ public:
     static xdecimal fromUInt64(quint64 value, short scale = 0);
 
     /// Reads a text by a locale's conventions, exactly: its digits, signs, decimal point and group
-    /// separators. Throws "Error in input local string '%1'" for what is no number there or does
-    /// not fit.
+    /// separators, the groups as the locale has them or of three digits. Throws "Error in input
+    /// local string '%1'" for what is no number there or does not fit.
     static xdecimal fromLocaleString(const QString &text, const QLocale &locale);
     /// fromLocaleString with the system locale.
     static xdecimal fromSystemString(const QString &text);
@@ -132,7 +132,10 @@ public:
 
     /// Plain text with all fraction digits and a digit before the point; a null string for NULL.
     QString toString() const;
-    /// toString with the system locale's decimal point and group separator, in threes.
+    /// toString with the locale's decimal point and group separator, in threes. fromLocaleString
+    /// reads the same number from it, unless its scale is below zero and its digits are too many.
+    QString toLocaleString(const QLocale &locale) const;
+    /// toLocaleString with the system locale.
     QString toSystemString() const;
     /// toSystemString without zeros at the end of the fraction.
     QString toSystemStringShort() const;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <QtCore/qdatetime.h>
 #include <QtCore/qdebug.h>
+#include <QtCore/qlocale.h>
 
 #include <cstdint>
 
@@ -125,6 +126,8 @@ TEST(FieldMessages, nameColumnAndTableWhereThereAreSuch)
               "Exception: Can't convert from Decimal to VarChar" + place);
     EXPECT_EQ(thrownBy([&] { setText(cell, "abc"); }),
               "QString: Невозможно создать decimal по строке 'abc'" + place);
+    EXPECT_EQ(thrownBy([&] { cell.setLocaleString("abc", QLocale("en_US")); }),
+              "Exception: Can't convert from 'abc'' to Decimal" + place);
     FieldValue alone(FieldType::Integer, 0, false);
     alone.init(table.columnDef(0)); // a cell of its own that belongs to no table
     EXPECT_TRUE(alone.isNull());

@@ -2,6 +2,8 @@
 
 #include "database/services/exception.h"
 #include "database/tables/table.h"
+#include "database/values/localetext.h"
+#include "database/values/xdecimalreader.h"
 
 #include <QtCore/qdatetime.h>
 #include <QtCore/qdebug.h>
@@ -50,31 +52,36 @@ QString Field::toString() const
     throwIncorrectType();
 }
 
-QString Field::toSystemString() const
+QString Field::toLocaleString(const QLocale &locale) const
 {
     if (isNull())
         return QString();
     switch (m_column->type) {
     case FieldType::Integer:
-        return QLocale::system().toString(stored<qint32>());
+        return locale.toString(stored<qint32>());
     case FieldType::Integer64:
-        return QLocale::system().toString(stored<qint64>());
+        return locale.toString(stored<qint64>());
     case FieldType::Double:
-        return QLocale::system().toString(stored<double>(), 'g', 6);
+        return locale.toString(stored<double>(), 'g', 6);
     case FieldType::Decimal:
-        return stored<decimal>().toSystemString();
+        return stored<decimal>().toLocaleString(locale);
     case FieldType::VarChar:
         return toString();
     case FieldType::DateTime:
-        return stored<datetime>().toSystemString();
+        return stored<datetime>().toLocaleString(locale);
     case FieldType::BoardList:
         return stored<boardlist>().toString();
     case FieldType::XDecimal:
-        return stored<xdecimal>().toSystemString();
+        return stored<xdecimal>().toLocaleString(locale);
     case FieldType::Undefined:
         break;
     }
     throwIncorrectType();
+}
+
+QString Field::toSystemString() const
+{
+    return toLocaleString(QLocale::system());
 }
 
 QVariant Field::toVariant() const
@@ -211,6 +218,61 @@ Field &Field::operator=(const QStringRef &text)
         incompatibleType(FieldType::VarChar);
     }
     return *this;
+}
+
+void Field::setLocaleString(const QString &text, const QLocale &locale)
+{
+    if (m_column->type == FieldType::VarChar || text.isEmpty()) {
+        *this = QStringRef(&text);
+        return;
+    }
+    bool ok = false;
+    switch (m_column->type) {
+    case FieldType::Integer:
+    case FieldType::Integer64: {
+        const qint64 number = locale.toLongLong(text, &ok);
+        const bool isWide = m_column->type == FieldType::Integer64;
+        ok = ok && (isWide || qint32(number) == number);
+        if (ok && isWide)
+            store(number);
+        else if (ok)
+            store(qint32(number));
+        break;
+    }
+    case FieldType::Double: {
+        double number = 0;
+        ok = readLocaleDouble(text, locale, &number);
+        if (ok)
+            store(number);
+        break;
+    }
+    case FieldType::Decimal:
+    case FieldType::XDecimal: {
+        xdecimal number;
+        ok = readLocaleXDecimal(text, locale, &number);
+        const QString plain = number.toString();
+        if (ok && m_column->type == FieldType::XDecimal)
+            store(number);
+        else if (ok)
+            *this = plain.midRef(0);
+        break;
+    }
+    case FieldType::DateTime: {
+        const datetime date = datetime::fromLocaleString(text, locale, &ok);
+        if (ok)
+            store(date);
+        break;
+    }
+    default:
+        incompatibleType(FieldType::VarChar);
+    }
+    if (!ok)
+        unreadableText(QStringRef(&text));
+}
+
+void Field::setSystemString(const QString &text)
+{
+    setLocaleString(text, QLocale::system());
 }
 
 QString Field::place() const

@@ -15,6 +15,7 @@
 #include <type_traits>
 
 class QDebug;
+class QLocale;
 
 /// The column type whose cells hold a C++ type as it stands. QString belongs to VarChar, but its
 /// cells are not a QString in memory, so Field treats it apart.
@@ -108,7 +109,9 @@ public:
     /// text that reads back exactly. A BoardList is always "[BoardList]".
     /// \throws QString "Incorrect type of field." for a column type outside the list
     QString toString() const;
-    /// The value in the conventions of the system's locale. \throws QString as toString()
+    /// The value in the conventions of a locale. \throws QString as toString()
+    QString toLocaleString(const QLocale &locale) const;
+    /// toLocaleString() with the system's locale.
     QString toSystemString() const;
     /// The value as a variant (DateTime as a QDateTime in UTC); invalid for NULL.
     QVariant toVariant() const;
@@ -129,6 +132,13 @@ public:
     /// \throws Exception "Can't convert from '%1'' to %2" for a number that does not parse, "Can't
     /// convert from %1 to %2" for a BoardList; QString from the decimal types
     Field &operator=(const QStringRef &text);
+
+    /// Parses what toLocaleString() writes in that locale into the cell, decimals exactly and at
+    /// the scale of the text; the empty text makes a nullable cell NULL.
+    /// \throws Exception as operator=, for a date that does not parse as well
+    void setLocaleString(const QString &text, const QLocale &locale);
+    /// setLocaleString() with the system's locale.
+    void setSystemString(const QString &text);
 
     // Messages of conversions have place() behind them where a Field throws them.
 

@@ -2,7 +2,6 @@
 
 #include <QtCore/qdatetime.h>
 #include <QtCore/qhash.h>
-#include <QtCore/qlocale.h>
 
 #include <algorithm>
 #include <charconv>
@@ -209,15 +208,6 @@ QString datetime::toString() const
     QString text;
     appendText(&text, m_msecs);
     return text;
-}
-
-QString datetime::toSystemString() const
-{
-    if (isNull())
-        return QString();
-    const QLocale locale = QLocale::system();
-    const QString format = locale.dateFormat(QLocale::ShortFormat) + QLatin1String(" HH:mm:ss.zzz");
-    return locale.toString(QDateTime::fromMSecsSinceEpoch(m_msecs, Qt::UTC), format);
 }
 
 int datetime::metatypeId()

@@ -6,6 +6,8 @@
 #include <QtCore/qmetatype.h>
 #include <QtCore/qstring.h>
 
+class QLocale;
+
 /// A date and time of day to the millisecond, without a time zone, in one 64-bit integer.
 ///
 /// What is always true:
@@ -54,9 +56,17 @@ public:
     /// year before 1 being -0001; years beyond four digits are written in full. Texts of both kinds
     /// cannot be read again.
     QString toString() const;
-    /// Text in the system locale's short date format followed by the time "HH:mm:ss.zzz"; a null
-    /// string for no date.
+    /// Text in the locale's short date format followed by the time "HH:mm:ss.zzz"; a null string
+    /// for no date.
+    QString toLocaleString(const QLocale &locale) const;
+    /// toLocaleString with the system locale.
     QString toSystemString() const;
+    /// Reads what toLocaleString writes in that locale; the time may be missing, digits may be the
+    /// locale's or ASCII ones. Where the format has two digits of the year, these are 1970..2069.
+    /// \param[out] ok  whether it is such a text; may be null
+    /// \return no date for every other text
+    static datetime fromLocaleString(const QString &text, const QLocale &locale,
+                                     bool *ok = nullptr);
 
     /// This clock reading, labelled UTC; for no date as well, which is the start of 1970 there.
     QDateTime toQDateTime() const;

@@ -37,6 +37,7 @@ set(DATABASE_PRIVATE_HEADERS
     tables/arrivallist.h
     tables/columnspan.h
     tables/firsterror.h
+    tables/keytext.h
     tables/prefetch.h
     tables/streamtext.h
     values/digittext.h

@@ -39,7 +39,8 @@ public:
     /// A new row of the table with its initial values; it belongs to no index yet. Null when the
     /// memory cannot be had.
     explicit Record(const Table *table);
-    /// The row of the table whose key has the given text form; null for the empty text, for a text
+    /// The row of the table whose key has the given text form (that of toString(), which does not
+    /// find every row again: see Table::find() for keyText()); null for the empty text, for a text
     /// that does not read as a key, and when there is no such row.
     Record(const Table *table, const QString &text);
 
@@ -90,7 +91,11 @@ public:
 
     /// Whether the owning table's master index holds this very row.
     bool inTable() const;
-    /// The text form of the row's key in the master index; empty for null.
+    /// The row's key as the text that Table::find() finds it by, whatever is in it: see
+    /// MasterIndex::keyText(). Empty for null.
+    QString keyText() const;
+    /// The older text form of the row's key, MasterIndex::toText(), which shows large decimals
+    /// rounded and does not quote; empty for null.
     QString toString() const;
     /// The row for diagnosis: table, address, reference count and the cells.
     QString dump(bool skipNulls) const;

@@ -169,6 +169,22 @@ void readLocale(const QString &text, int option)
     }
 }
 
+void readExactKey(const Table &table, const QString &text)
+{
+    const MasterIndex &master = *table.masterIndex();
+    const Record found = table.find(text);
+    Record key;
+    if (outcomeOf([&] { key = master.fromKeyText(text); }) != Outcome::Done) {
+        require(found.isNull(), "a text that is no key names no row");
+        return;
+    }
+    const QString printed = master.keyText(key);
+    const Record again = master.fromKeyText(printed);
+    require(master.compare(again, key) == 0, "an exact text reads as the same key");
+    require(master.keyText(again) == printed, "and prints as it was");
+    require(table.find(printed) == found, "and names the same row");
+}
+
 void readKey(const QString &text)
 {
     Table table(QStringLiteral("quotes"), QString());
@@ -179,6 +195,7 @@ void readKey(const QString &text)
     auto *master = new MasterIndex_Column_Pure(&table, QList<int>{0, 1, 2, 3});
     table.setMasterIndex(master);
     table.appendRow();
+    readExactKey(table, text);
     require(Record(&table, text).isNull() || text.count(QLatin1Char(',')) == 3,
             "a key has all its parts");
     Record key;

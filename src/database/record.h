@@ -25,7 +25,7 @@ class Table;
 /// only be copied, compared and dropped. Adding a column to a table moves its rows: handles that
 /// are held outside the table's indexes across Table::addColumn() may only be dropped.
 ///
-/// No operation throws; null handles give empty results.
+/// No operation but value() throws; null handles give empty results.
 class DATABASE_EXPORT Record
 {
 public:
@@ -88,6 +88,20 @@ public:
     /// The cell of a column. The handle is not null and the column exists.
     Field data(int column) const;
     Field data(const QString &column) const;
+    /// The same, for short.
+    Field operator[](int column) const { return data(column); }
+    Field operator[](const QString &column) const { return data(column); }
+    /// The cell's value, as Field::value() gives it and with its exceptions; T() for NULL.
+    template<class T>
+    T value(int column) const
+    {
+        return data(column).template value<T>();
+    }
+    template<class T>
+    T value(const QString &column) const
+    {
+        return data(column).template value<T>();
+    }
 
     /// Whether the owning table's master index holds this very row.
     bool inTable() const;

@@ -160,21 +160,21 @@ TEST_F(PrimaryKey, isFoundAgainByItsExactTextWhateverIsInIt)
     for (const Record &row : qAsConst(rows)) {
         const QString text = row.keyText();
         const Record copy = key->fromKeyText(text);
-        ASSERT_EQ(key->findByKeyText(text), row) << text.toStdString();
+        ASSERT_EQ(table.find(text), row) << text.toStdString();
         for (const QString &column : columns) // not only equal by value
-            ASSERT_EQ(copy.data(column).isNull() ? "NULL"
-                                            : QByteArray((const char *)copy.data(column).bytes(),
-                                                         int(copy.data(column).column()->size)),
-                      row.data(column).isNull() ? "NULL"
-                                           : QByteArray((const char *)row.data(column).bytes(),
-                                                        int(row.data(column).column()->size)))
+            ASSERT_EQ(copy[column].isNull() ? "NULL"
+                                            : QByteArray((const char *)copy[column].bytes(),
+                                                         int(copy[column].column()->size)),
+                      row[column].isNull() ? "NULL"
+                                           : QByteArray((const char *)row[column].bytes(),
+                                                        int(row[column].column()->size)))
                 << text.toStdString();
     }
     QStringList shown;
     Record first(&table);
     for (const auto &[column, texts, text] : values) {
         if (!texts.isEmpty())
-            first.data(column) = QStringRef(&texts.first());
+            first[column] = QStringRef(&texts.first());
         shown.append(text);
     }
     EXPECT_EQ(key->keyText(first), shown.join(','));
@@ -189,13 +189,13 @@ TEST_F(PrimaryKey, exactTextsOfByteKeysKeepTheScale)
     for (const short scale : {-62, -7, -2, -1, 0, 1, 2, 7, 62}) {
         for (const int number : {0, 5, -50, 500}) {
             const Record record(&bytes);
-            record.data("d").setValue(decimal::fromParts(number, scale));
-            record.data("x").setValue(xdecimal::fromInt64(number, scale));
+            record["d"].setValue(decimal::fromParts(number, scale));
+            record["x"].setValue(xdecimal::fromInt64(number, scale));
             bytes.appendRow(record.row());
         }
     }
-    for (const Record &record : *bytes.masterIndex())
-        ASSERT_EQ(bytes.masterIndex()->findByKeyText(record.keyText()), record) << record.keyText().toStdString();
+    for (const Record &record : bytes)
+        ASSERT_EQ(bytes.find(record.keyText()), record) << record.keyText().toStdString();
 }
 
 TEST_F(PrimaryKey, rejectsExactTextsWithLooseQuotesAndTextsThatWouldBeCut)

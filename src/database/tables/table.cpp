@@ -2,6 +2,7 @@
 
 #include "database/bcdii.h"
 #include "database/indexes/index.h"
+#include "database/services/exception.h"
 #include "database/tables/columnspan.h"
 #include "database/tables/tableprivate.h"
 
@@ -348,6 +349,29 @@ Field Table::dataPtr(uchar *row, int column) const
 Field Table::data(int row, int column) const
 {
     return dataPtr(at(row).row(), column);
+}
+
+Table::const_iterator Table::begin() const
+{
+    return d->masterIndex ? d->masterIndex->begin() : const_iterator();
+}
+
+Table::const_iterator Table::end() const
+{
+    return d->masterIndex ? d->masterIndex->end() : const_iterator();
+}
+
+Record Table::find(const QString &keyText) const
+{
+    if (!d->masterIndex)
+        return Record();
+    // A text that is no key names no row.
+    try {
+        return d->masterIndex->findByKeyText(keyText);
+    } catch (const QString &) {
+    } catch (const Exception &) {
+    }
+    return Record();
 }
 
 void Table::setNull(int row, int column)

@@ -39,11 +39,13 @@ set(DATABASE_PRIVATE_HEADERS
     tables/firsterror.h
     tables/indexregistry.h
     tables/pendingrow.h
+    tables/keytext.h
     tables/prefetch.h
     tables/streamtext.h
     values/digittext.h
     values/localetext.h
     values/numberscanner.h
+    values/numbervalue.h
     values/pairs128.h
     values/xdecimalframe.h
     values/xdecimalreader.h)

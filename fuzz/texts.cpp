@@ -3,6 +3,7 @@
 #include "tablerules.h"
 
 #include <database/bcdii.h>
+#include <database/tables/fieldvalue.h>
 #include <database/values/variant.h>
 
 #include <QtCore/qlocale.h>
@@ -145,6 +146,45 @@ void assign(const QString &text)
     }
 }
 
+/// The text as people in some place would mean it, in every type of cell.
+void readLocale(const QString &text, int option)
+{
+    static const QLocale locales[] = {QLocale(QStringLiteral("ru_RU")), QLocale("en_IN"),
+                                      QLocale("ar_EG"), QLocale("mr_IN"), QLocale("bg_BG")};
+    const QLocale &locale = locales[size_t(option) % std::size(locales)];
+    for (int type = FieldType::Integer; type <= FieldType::XDecimal; ++type) {
+        FieldValue cell(FieldType::Type(type), 12, true);
+        if (outcomeOf([&] { cell.setLocaleString(text, locale); }) != Outcome::Done) {
+            require(cell.isNull(), "a refused text writes nothing");
+            continue;
+        }
+        const bool isExact = type != FieldType::Decimal && type != FieldType::BoardList &&
+                             !(type == FieldType::XDecimal && cell.value<xdecimal>().scale() < 0);
+        const QString printed = cell.toLocaleString(locale);
+        if (!isExact || printed.isEmpty())
+            continue;
+        FieldValue again(FieldType::Type(type), 12, true);
+        again.setLocaleString(printed, locale);
+        require(again.toLocaleString(locale) == printed, "a text of a locale reads back in it");
+    }
+}
+
+void readExactKey(const Table &table, const QString &text)
+{
+    const MasterIndex &master = *table.masterIndex();
+    const Record found = table.find(text);
+    Record key;
+    if (outcomeOf([&] { key = master.fromKeyText(text); }) != Outcome::Done) {
+        require(found.isNull(), "a text that is no key names no row");
+        return;
+    }
+    const QString printed = master.keyText(key);
+    const Record again = master.fromKeyText(printed);
+    require(master.compare(again, key) == 0, "an exact text reads as the same key");
+    require(master.keyText(again) == printed, "and prints as it was");
+    require(table.find(printed) == found, "and names the same row");
+}
+
 void readKey(const QString &text)
 {
     Table table(QStringLiteral("quotes"), QString());
@@ -155,6 +195,7 @@ void readKey(const QString &text)
     auto *master = new MasterIndex_Column_Pure(&table, QList<int>{0, 1, 2, 3});
     table.setMasterIndex(master);
     table.appendRow();
+    readExactKey(table, text);
     require(Record(&table, text).isNull() || text.count(QLatin1Char(',')) == 3,
             "a key has all its parts");
     Record key;
@@ -206,6 +247,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         break;
     case 4:
         assign(text);
+        readLocale(text, option);
         break;
     case 5:
         readKey(text);

@@ -146,7 +146,8 @@ DATABASE_EXPORT char *BCDII2StringSequence(const uchar *src, char *previous);
 /// Parses white space, an optional sign, digits and an optional fraction behind "." or ","; what
 /// follows is ignored. The precision stays and the scale of \p type becomes the number of fraction
 /// digits found, at most 62: further ones are rounded away, half up. The scale decides about the
-/// length, so \p dst needs room for precision / 2 + 1 bytes. Linear in the length of the text.
+/// length, so \p dst needs room for precision / 2 + 1 bytes; a byte that the old type used and the
+/// new one does not becomes 0. Linear in the length of the text.
 /// \return as BCDIICopy; 0x30 when there is no digit and 0x11 when there are more integer digits
 /// than \p type had places for, both NULL with \p type left as it was; 0x11 (and NULL) also when
 /// integer and fraction digits together exceed the precision.

@@ -148,6 +148,9 @@ quint32 BCDIIFromString(uchar *dst, BCDIIType *type, const char *text)
     if (fractionCount > kFractionDigits &&
         std::any_of(fraction + kFractionDigits, text, [](char c) { return c != '0'; }))
         digits.markLost();
+    const int lengthBefore = length(*type);
     *type = makeType(precision(*type), int(std::min<qint64>(fractionCount, kMaxScale)));
+    // The number that stood here may have been a byte longer.
+    std::fill(dst + std::min(length(*type), lengthBefore), dst + lengthBefore, uchar(0));
     return digits.copyTo(dst, *type, negative);
 }

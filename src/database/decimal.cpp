@@ -3,6 +3,7 @@
 #include "database/values/digittext.h"
 #include "database/values/localetext.h"
 #include "database/values/numberscanner.h"
+#include "database/values/numbervalue.h"
 
 #include <QtCore/qcoreapplication.h>
 #include <QtCore/qdatastream.h>
@@ -187,6 +188,22 @@ bool readDouble(double value, int scale, decimal *result)
     throw QCoreApplication::translate("decimal", "decimal:overflow");
 }
 
+constexpr short kVariantPlaces = 5;
+
+decimal fromIntegerVariant(const QVariant &variant)
+{
+    const bool isSigned = variant.userType() != QMetaType::ULongLong;
+    const qint64 number = isSigned ? variant.toLongLong() : 0;
+    const quint64 magnitude = isSigned ? magnitudeOf(number) : variant.toULongLong();
+    decimal result;
+    normalise(magnitude, number < 0, 0, &result); // of 64 bits, it never is too large
+    const quint64 unit = kPowersOf10[-result.scale()];
+    if (magnitude % unit != 0)
+        throwOverflow();
+    result.setScale(kVariantPlaces);
+    return result;
+}
+
 /// Compares coarse x 10^places with fine, both above 0.
 int compareMagnitudes(quint64 coarse, quint64 fine, int places)
 {
@@ -237,9 +254,8 @@ decimal decimal::fromDouble(double value, short scale)
 
 decimal decimal::fromLocaleString(const QString &text, const QLocale &locale, int scale)
 {
-    bool isNumber = false;
-    const double value = locale.toDouble(text, &isNumber);
-    if (!isNumber)
+    double value = 0;
+    if (!readLocaleDouble(text, locale, &value))
         throw QCoreApplication::translate("decimal", "Error in input local string '%1'").arg(text);
     decimal result;
     if (!readDouble(value, scale, &result))
@@ -255,9 +271,9 @@ decimal decimal::fromSystemString(const QString &text, int scale)
 decimal decimal::fromAnyString(const QString &text, bool *ok, int scale)
 {
     const auto readSystemText = [&](decimal *result) {
-        bool isNumber = false;
-        const double value = QLocale::system().toDouble(text, &isNumber);
-        return isNumber && readDouble(value, scale, result);
+        double value = 0;
+        return readLocaleDouble(text, QLocale::system(), &value) &&
+               readDouble(value, scale, result);
     };
     const auto readCommaText = [&](decimal *result) {
         QString pointed = text;
@@ -280,8 +296,10 @@ decimal decimal::fromVariant(const QVariant &variant, bool *ok)
     const int type = variant.userType();
     if (type == metatypeId())
         result = variant.value<decimal>();
-    else if (type >= QMetaType::Int && type <= QMetaType::Double)
-        result = fromDouble(variant.toDouble(), 5);
+    else if (type == QMetaType::Double)
+        result = fromDouble(variant.toDouble(), kVariantPlaces);
+    else if (type >= QMetaType::Int && type < QMetaType::Double)
+        result = fromIntegerVariant(variant);
     else if (type == QMetaType::QString)
         result = fromText(variant.toString());
     else
@@ -366,6 +384,25 @@ double decimal::toDouble() const
     return double(mantissa()) / (exact ? kExact[places] : std::pow(10.0, places));
 }
 
+template<class Int>
+Int decimal::toInteger(bool *ok) const
+{
+    Int result = 0;
+    const bool isWhole = bcdii::wholeNumber(bcdii::NumberValue(*this), &result);
+    if (ok)
+        *ok = isWhole;
+    return result;
+}
+
+template DATABASE_EXPORT short decimal::toInteger(bool *) const;
+template DATABASE_EXPORT ushort decimal::toInteger(bool *) const;
+template DATABASE_EXPORT int decimal::toInteger(bool *) const;
+template DATABASE_EXPORT uint decimal::toInteger(bool *) const;
+template DATABASE_EXPORT long decimal::toInteger(bool *) const;
+template DATABASE_EXPORT ulong decimal::toInteger(bool *) const;
+template DATABASE_EXPORT qlonglong decimal::toInteger(bool *) const;
+template DATABASE_EXPORT qulonglong decimal::toInteger(bool *) const;
+
 QString decimal::toString() const
 {
     const quint64 magnitude = magnitudeOf(mantissa());
@@ -380,9 +417,14 @@ QString decimal::toExactString() const
     return plainText(magnitudeOf(mantissa()), m_word < 0, scale());
 }
 
+QString decimal::toLocaleString(const QLocale &locale) const
+{
+    return locale.toString(toDouble(), 'f', qMax<int>(scale(), 0));
+}
+
 QString decimal::toSystemString() const
 {
-    return QLocale::system().toString(toDouble(), 'f', qMax<int>(scale(), 0));
+    return toLocaleString(QLocale::system());
 }
 
 QString decimal::toSystemStringShort() const

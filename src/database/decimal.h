@@ -63,17 +63,22 @@ public:
     static decimal fromDouble(double value, short scale);
 
     /// Reads a text by a locale's conventions, as a double, which fromDouble takes to \p scale.
-    /// Throws "Error in input local string '%1'" for what is no number there, and as fromDouble.
+    /// Groups may be those that the locale has or of three digits. Throws "Error in input local
+    /// string '%1'" for what is no number there, and as fromDouble.
     static decimal fromLocaleString(const QString &text, const QLocale &locale, int scale);
     /// fromLocaleString with the system locale.
     static decimal fromSystemString(const QString &text, int scale);
     /// Tries fromString, then fromSystemString to \p scale, then fromString with "." for every ",".
+    /// fromString knows no ",", so the locale decides about it: "1,500" is 1500 in en_US and 1.500
+    /// in de_DE, while xdecimal::fromAnyString makes 1.500 of it everywhere. Who knows the locale
+    /// that a text comes from calls fromLocaleString.
     /// \param[out] ok  whether one of them succeeded; may be null
     /// \return what the first success gave, else zero; never throws
     static decimal fromAnyString(const QString &text, bool *ok, int scale);
 
-    /// The value of a variant: of a decimal as it is; of the integer types and double to five
-    /// places, as fromDouble; of a string as fromString (both may throw).
+    /// The value of a variant: of a decimal as it is; of the integer types exactly, with five
+    /// places or as many as fit (throws "decimal:overflow" when digits would be lost); of a double
+    /// to five places, as fromDouble; of a string as fromString (both may throw).
     /// \param[out] ok  true for those and for a null or invalid variant, else false; may be null
     /// \return zero for every other type
     static decimal fromVariant(const QVariant &variant, bool *ok = nullptr);
@@ -115,13 +120,23 @@ public:
     /// mantissa / 10^scale in double arithmetic.
     double toDouble() const;
 
+    /// The value where it is a whole number that Int holds: int, long, long long, short and their
+    /// unsigned kin. Never rounds.
+    /// \param[out] ok  whether it is one; may be null
+    /// \return 0 for every other value
+    template<class Int>
+    Int toInteger(bool *ok = nullptr) const;
+
     /// Plain text with a point and all fraction digits, or with -scale zeros appended for a
     /// negative scale; always a digit before the point. With a scale above 0 the mantissa goes
     /// through a double: its last digits are lost above 2^53 (see toExactString).
     QString toString() const;
     /// The same with every digit of the mantissa.
     QString toExactString() const;
-    /// toDouble() as the system locale writes it, grouped, with scale() decimals (none below 0).
+    /// toDouble() as the locale writes it, grouped, with scale() decimals (none below 0). As far as
+    /// the double goes, about 15 digits, fromLocaleString reads the same number from it.
+    QString toLocaleString(const QLocale &locale) const;
+    /// toLocaleString with the system locale.
     QString toSystemString() const;
     /// toSystemString without zeros at the end of the fraction.
     QString toSystemStringShort() const;

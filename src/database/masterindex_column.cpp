@@ -38,11 +38,11 @@ void readKeyPart(Field field, const QStringRef &part)
         part.isEmpty() || type == FieldType::BoardList ||
         (type == FieldType::DateTime && !datetime::parse(part.unicode(), part.size(), &msecs));
     if (unreadable)
-        Field::unreadableText(part, type);
+        field.unreadableText(part);
     try {
         field = part;
     } catch (const QString &) { // from the decimal types
-        Field::unreadableText(part, type);
+        field.unreadableText(part);
     }
 }
 

@@ -21,8 +21,8 @@ public:
     int compare(const Record &a, const Record &b) const override;
     QString toText(const Record &record) const override;
     /// \throws QString "Master index can't restore from text. Incorrect columns numbers: %1 != %2";
-    /// Exception "Can't convert from '%1'' to %2" for a part that does not read as its column's
-    /// type (an empty part reads as a VarChar only)
+    /// Exception "Can't convert from '%1'' to %2", with column and table behind it, for a part that
+    /// does not read as its column's type (an empty part reads as a VarChar only)
     Record fromText(const QString &text) const override;
     QList<int> keyColumns() const override { return m_columns; }
 

@@ -68,6 +68,11 @@ bool Record::inTable() const
     return m_row && table()->masterIndex() && table()->masterIndex()->contains(*this);
 }
 
+QString Record::keyText() const
+{
+    return m_row && table()->masterIndex() ? table()->masterIndex()->keyText(*this) : QString();
+}
+
 QString Record::toString() const
 {
     return m_row && table()->masterIndex() ? table()->masterIndex()->toText(*this) : QString();

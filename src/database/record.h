@@ -25,7 +25,7 @@ class Table;
 /// only be copied, compared and dropped. Adding a column to a table moves its rows: handles that
 /// are held outside the table's indexes across Table::addColumn() may only be dropped.
 ///
-/// No operation but data() by name throws; null handles give empty results.
+/// No operation but value() and data() by name throws; null handles give empty results.
 class DATABASE_EXPORT Record
 {
 public:
@@ -39,7 +39,8 @@ public:
     /// A new row of the table with its initial values; it belongs to no index yet. Null when the
     /// memory cannot be had.
     explicit Record(const Table *table);
-    /// The row of the table whose key has the given text form; null for the empty text, for a text
+    /// The row of the table whose key has the given text form (that of toString(), which does not
+    /// find every row again: see Table::find() for keyText()); null for the empty text, for a text
     /// that does not read as a key, and when there is no such row.
     Record(const Table *table, const QString &text);
 
@@ -88,10 +89,28 @@ public:
     Field data(int column) const;
     /// \throws QString "Table '%1' has no column '%2'.", and for a null handle
     Field data(const QString &column) const;
+    /// The same, for short.
+    Field operator[](int column) const { return data(column); }
+    Field operator[](const QString &column) const { return data(column); }
+    /// The cell's value, as Field::value() gives it and with its exceptions; T() for NULL.
+    template<class T>
+    T value(int column) const
+    {
+        return data(column).template value<T>();
+    }
+    template<class T>
+    T value(const QString &column) const
+    {
+        return data(column).template value<T>();
+    }
 
     /// Whether the owning table's master index holds this very row.
     bool inTable() const;
-    /// The text form of the row's key in the master index; empty for null.
+    /// The row's key as the text that Table::find() finds it by, whatever is in it: see
+    /// MasterIndex::keyText(). Empty for null.
+    QString keyText() const;
+    /// The older text form of the row's key, MasterIndex::toText(), which shows large decimals
+    /// rounded and does not quote; empty for null.
     QString toString() const;
     /// The row for diagnosis: table, address, reference count and the cells.
     QString dump(bool skipNulls) const;

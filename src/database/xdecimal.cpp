@@ -2,6 +2,7 @@
 
 #include "database/values/digittext.h"
 #include "database/values/localetext.h"
+#include "database/values/numbervalue.h"
 #include "database/values/xdecimalframe.h"
 #include "database/values/xdecimalreader.h"
 
@@ -123,6 +124,15 @@ xdecimal xdecimal::fromInt64(qint64 value, short scale)
     return result;
 }
 
+xdecimal xdecimal::fromUInt64(quint64 value, short scale)
+{
+    if (!isScale(scale))
+        throw "xdecimal:overflow";
+    xdecimal result = zero(scale);
+    BCDIIGetFromUInt64(result.bytes(), value, scale);
+    return result;
+}
+
 xdecimal xdecimal::fromLocaleString(const QString &text, const QLocale &locale)
 {
     xdecimal result;
@@ -207,6 +217,25 @@ double xdecimal::toDouble() const
     return result;
 }
 
+template<class Int>
+Int xdecimal::toInteger(bool *ok) const
+{
+    Int result = 0;
+    const bool isWhole = bcdii::wholeNumber(bcdii::NumberValue(*this), &result);
+    if (ok)
+        *ok = isWhole;
+    return result;
+}
+
+template DATABASE_EXPORT short xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT ushort xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT int xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT uint xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT long xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT ulong xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT qlonglong xdecimal::toInteger(bool *) const;
+template DATABASE_EXPORT qulonglong xdecimal::toInteger(bool *) const;
+
 QString xdecimal::toString() const
 {
     if (isNull())
@@ -217,9 +246,14 @@ QString xdecimal::toString() const
         .toString();
 }
 
+QString xdecimal::toLocaleString(const QLocale &locale) const
+{
+    return withLocaleGroups(toString(), locale);
+}
+
 QString xdecimal::toSystemString() const
 {
-    return withLocaleGroups(toString(), QLocale::system());
+    return toLocaleString(QLocale::system());
 }
 
 QString xdecimal::toSystemStringShort() const
@@ -253,8 +287,10 @@ uint qHash(const xdecimal &value, uint seed)
 
 QDataStream &operator<<(QDataStream &stream, const xdecimal &value)
 {
+    uchar digits[sizeof value.m_digits] = {}; // 0 behind the number, whatever is there in memory
+    std::copy_n(value.m_digits, BCDIILength(value.m_type), digits);
     stream << value.m_type;
-    stream.writeRawData(reinterpret_cast<const char *>(value.m_digits), sizeof value.m_digits);
+    stream.writeRawData(reinterpret_cast<const char *>(digits), sizeof digits);
     return stream;
 }
 

@@ -7,6 +7,9 @@
 #include <QtCore/qstring.h>
 #include <QtCore/qvariant.h>
 
+#include <cstddef>
+#include <type_traits>
+
 class QDataStream;
 class QLocale;
 
@@ -14,8 +17,9 @@ class QLocale;
 ///
 /// What is always true:
 ///  (1) The first two bytes are the type word, of precision kPrecision and a scale of
-///      kMinScale..kMaxScale; the digits follow in the format of bcdii.h. Bytes that the digits do
-///      not use are 0.
+///      kMinScale..kMaxScale; the digits follow in the format of bcdii.h, in 14 bytes of an odd
+///      scale and 13 of an even one. The byte left over is 0 in every value made here, and nothing
+///      here looks at it, so that raw memory with another byte there is the same number.
 ///  (2) The value is a well-formed number or NULL. NULL comes from memory and streams only: every
 ///      operation here throws rather than give it.
 ///  (3) The scale is kept as it was entered and does not take part in comparison or hashing.
@@ -37,6 +41,15 @@ public:
     explicit xdecimal(const QString &text);
     explicit xdecimal(const QStringRef &text);
     explicit xdecimal(const char *text);
+    xdecimal(std::nullptr_t) = delete;
+    /// An integer, exactly, at scale 0. So a literal 0 is zero, not a text that is missing.
+    template<class Int,
+             class = std::enable_if_t<std::is_integral_v<Int> && !std::is_same_v<Int, bool> &&
+                                      !std::is_same_v<Int, char>>>
+    explicit xdecimal(Int value)
+        : xdecimal(std::is_signed_v<Int> ? fromInt64(qint64(value)) : fromUInt64(quint64(value)))
+    {
+    }
 
     /// The numbers of 26 nines at scale -62, the ends of the range.
     static xdecimal minimum();
@@ -58,14 +71,18 @@ public:
     static xdecimal fromDouble(double value, short scale);
     /// value x 10^-scale, exactly. Throws "xdecimal:overflow" for a scale outside the range.
     static xdecimal fromInt64(qint64 value, short scale = 0);
+    static xdecimal fromUInt64(quint64 value, short scale = 0);
 
     /// Reads a text by a locale's conventions, exactly: its digits, signs, decimal point and group
-    /// separators. Throws "Error in input local string '%1'" for what is no number there or does
-    /// not fit.
+    /// separators, the groups as the locale has them or of three digits. Throws "Error in input
+    /// local string '%1'" for what is no number there or does not fit.
     static xdecimal fromLocaleString(const QString &text, const QLocale &locale);
     /// fromLocaleString with the system locale.
     static xdecimal fromSystemString(const QString &text);
-    /// Tries fromString, then fromSystemString, then fromString with "." for every ",".
+    /// Tries fromString, then fromSystemString, then fromString with "." for every ",". fromString
+    /// reads a lone "," as the decimal point, so "1,500" is 1.500 here in every locale, also in one
+    /// that groups by ",", where decimal::fromAnyString makes 1500 of it. Who knows the locale
+    /// that a text comes from calls fromLocaleString.
     /// \param[out] ok  whether one of them succeeded; may be null
     /// \return what the first success gave, else zero; never throws
     static xdecimal fromAnyString(const QString &text, bool *ok);
@@ -95,7 +112,9 @@ public:
     short scale() const { return static_cast<signed char>(m_type & 0xFF); }
 
     /// Rounds half up to \p scale places. Throws "xdecimal:bad operand" when the integer digits do
-    /// not fit there, for NULL and for a scale outside the range.
+    /// not fit there, for NULL and for a scale outside the range; and at a scale of zero or below
+    /// also for a number that would round up to one unit from nothing: 0.5 has no value at scale
+    /// 0 (1.5 becomes 2, 0.4 becomes 0). See BCDIICopy(), whose rule it is.
     void setScale(short scale);
 
     /// Compares by value: -1, 0 or 1. NULL counts as its marker, above all numbers of its scale.
@@ -104,9 +123,19 @@ public:
     /// The value in double arithmetic; NaN for NULL.
     double toDouble() const;
 
+    /// The value where it is a whole number that Int holds: int, long, long long, short and their
+    /// unsigned kin. Never rounds.
+    /// \param[out] ok  whether it is one; may be null
+    /// \return 0 for every other value and for NULL
+    template<class Int>
+    Int toInteger(bool *ok = nullptr) const;
+
     /// Plain text with all fraction digits and a digit before the point; a null string for NULL.
     QString toString() const;
-    /// toString with the system locale's decimal point and group separator, in threes.
+    /// toString with the locale's decimal point and group separator, in threes. fromLocaleString
+    /// reads the same number from it, unless its scale is below zero and its digits are too many.
+    QString toLocaleString(const QLocale &locale) const;
+    /// toLocaleString with the system locale.
     QString toSystemString() const;
     /// toSystemString without zeros at the end of the fraction.
     QString toSystemStringShort() const;

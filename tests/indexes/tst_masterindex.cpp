@@ -93,8 +93,128 @@ TEST_F(PrimaryKey, rejectsTextThatIsNoKey)
     };
     for (const auto &c : cases) {
         const MasterIndex_Column_Pure key(&table, QString(c.columns).split(','));
-        EXPECT_EQ(thrownBy([&] { key.fromText(c.text); }), c.message);
+        std::string message = c.message;
+        if (message.rfind("Can't", 0) == 0)
+            message += std::string(" (column '") + c.columns + "' of table 'options')";
+        EXPECT_EQ(thrownBy([&] { key.fromText(c.text); }), message);
+        EXPECT_TRUE(c.columns == QString("BoardList") || // any text does
+                    thrownBy([&] { key.fromKeyText(c.text); }) == message);
     }
+}
+
+TEST_F(PrimaryKey, isFoundAgainByItsExactTextWhateverIsInIt)
+{
+    const QStringList columns{"Integer", "Integer64", "Double",   "Decimal",
+                              "VarChar", "DateTime",  "XDecimal", "BoardList"};
+    const struct {
+        const char *column;
+        QStringList texts; // and NULL
+        const char *shown; // the first one's key text
+    } values[] = {
+        {"Integer", {"-2147483648", "0"}, "-2147483648"},
+        {"Integer64", {"9223372036854775807"}, "9223372036854775807"},
+        {"Double", {"0.1", "1e300", "5e-324", "-0.30000000000000004", "inf"}, "0.1"},
+        {"Decimal",
+         {"900719925474.0993", "-720575940379279.36", "72057594037927937", "0.00", "12.50", "5e-2",
+          "7e63", "-1e-64"},
+         "900719925474.0993"},
+        {"VarChar",
+         {"A,\"B", "NULL", "", " x", ",", "\"", "\"\",", "two\n", "Сбер", "null", "a b"},
+         "\"A,\"\"B\""},
+        {"DateTime",
+         {"2024.02.29 10:11:12.013", "0001-01-01", "none", "9999.12.31 23:59:59.999"},
+         "2024.02.29 10:11:12.013"},
+        {"XDecimal",
+         {"12345678901234567890123456", "-0.5", "0.00", "1.50"},
+         "12345678901234567890123456"},
+        {"BoardList", {}, "NULL"},
+    };
+    auto *key = new MasterIndex_Column_Pure(&table, columns);
+    table.setMasterIndex(key);
+    std::mt19937 random(31);
+    QList<Record> rows;
+    for (int i = 0; i < 3000; ++i) {
+        Record record(&table);
+        for (const auto &[column, texts, shown] : values) {
+            Field cell = record.data(QString(column));
+            const int choice = int(random() % uint(texts.size() + 1));
+            if (choice < texts.size()) {
+                cell = QStringRef(&texts.at(choice));
+                if (texts.at(choice).isEmpty())
+                    cell.setPresent(); // the empty text
+            }
+            // What texts do not say: scales below zero, and dates out of their reach.
+            if (random() % 8 == 0 && cell.column()->type == FieldType::XDecimal) {
+                xdecimal large = xdecimal(int(random() % 100)) * xdecimal::fromInt64(1, -30);
+                cell.setValue(random() % 2 ? large : xdecimal::minimum());
+            }
+            if (random() % 8 == 0 && cell.column()->type == FieldType::DateTime)
+                cell.setValue(datetime(random() % 2 ? -99999999999999 : 999999999999999));
+        }
+        if (key->search(record, -1) == -1) {
+            table.appendRow(record.row());
+            rows.append(record);
+        }
+    }
+    ASSERT_GT(rows.size(), 1000);
+    for (const Record &row : qAsConst(rows)) {
+        const QString text = row.keyText();
+        const Record copy = key->fromKeyText(text);
+        ASSERT_EQ(table.find(text), row) << text.toStdString();
+        for (const QString &column : columns) // not only equal by value
+            ASSERT_EQ(copy[column].isNull() ? "NULL"
+                                            : QByteArray((const char *)copy[column].bytes(),
+                                                         int(copy[column].column()->size)),
+                      row[column].isNull() ? "NULL"
+                                           : QByteArray((const char *)row[column].bytes(),
+                                                        int(row[column].column()->size)))
+                << text.toStdString();
+    }
+    QStringList shown;
+    Record first(&table);
+    for (const auto &[column, texts, text] : values) {
+        if (!texts.isEmpty())
+            first[column] = QStringRef(&texts.first());
+        shown.append(text);
+    }
+    EXPECT_EQ(key->keyText(first), shown.join(','));
+}
+
+TEST_F(PrimaryKey, exactTextsOfByteKeysKeepTheScale)
+{
+    Table bytes("bytes", QString());
+    bytes.addColumn("d", FieldType::Decimal, 0, false);
+    bytes.addColumn("x", FieldType::XDecimal, 0, false);
+    bytes.setMasterIndex(new MasterIndex_Fast_Pure(&bytes, QStringList{"d", "x"}));
+    for (const short scale : {-62, -7, -2, -1, 0, 1, 2, 7, 62}) {
+        for (const int number : {0, 5, -50, 500}) {
+            const Record record(&bytes);
+            record["d"].setValue(decimal::fromParts(number, scale));
+            record["x"].setValue(xdecimal::fromInt64(number, scale));
+            bytes.appendRow(record.row());
+        }
+    }
+    for (const Record &record : bytes)
+        ASSERT_EQ(bytes.find(record.keyText()), record) << record.keyText().toStdString();
+}
+
+TEST_F(PrimaryKey, rejectsExactTextsWithLooseQuotesAndTextsThatWouldBeCut)
+{
+    const MasterIndex_Column_Pure key(&table, QStringList{"VarChar", "Integer"});
+    const std::string place = " (column 'VarChar' of table 'options')";
+    const struct {
+        const char *text;
+        std::string message;
+    } cases[] = {
+        {"\"a,1", "A quote is not closed in the key '\"a,1'."},
+        {"\"a\"b,1", "A comma is missing behind a quote in the key '\"a\"b,1'."},
+        {"abcdef,1", "Can't convert from 'abcdef'' to VarChar" + place},
+        {"a,1,", "Master index can't restore from text. Incorrect columns numbers: 3 != 2"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(thrownBy([&] { key.fromKeyText(c.text); }), c.message);
+    EXPECT_EQ(key.keyText(key.fromKeyText("a\"b,\"7\"")), "\"a\"\"b\",7");
+    EXPECT_EQ(key.keyText(Record()), "");
 }
 
 TEST_F(PrimaryKey, rejectsColumnsThatDoNotMakeAKey)
@@ -270,6 +390,8 @@ TEST_F(PrimaryKey, keepsTheOrderOfArrivalWithoutKey)
     EXPECT_EQ(table.at(0).data(8).value<int>(), 3);
     EXPECT_EQ(key->findRecord(QStringLiteral("any")), table.at(0));
     EXPECT_EQ(key->toText(table.at(0)), "");
+    EXPECT_EQ(key->keyText(table.at(0)), "");
+    EXPECT_EQ(key->findByKeyText(QStringLiteral("any")), Record()) << "no row is named";
 }
 
 } // namespace

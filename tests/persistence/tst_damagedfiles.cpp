@@ -1,5 +1,6 @@
 #include <database/indexes/indexlist.h>
 #include <database/indexes/indexsort.h>
+#include <database/masterindex_fast.h>
 #include <database/persistence/qtiocompressor.h>
 #include <database/tables/cellcompare.h>
 
@@ -149,6 +150,43 @@ TEST_P(DamagedFileTest, whateverTheFlippedByteTheTableIsInOrder)
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, DamagedFileTest, testing::Values(false, true));
+
+// Behind the digits of an even scale stands a byte that is none of the number's.
+TEST(DamagedCellTest, takesANumberWithoutTheByteBehindItAndTellsWhatIsNone)
+{
+    Table table("t", QString());
+    table.addColumn("x", FieldType::XDecimal, 2, false);
+    table.setMasterIndex(new MasterIndex_Fast_Pure(&table, QStringList{"x"}));
+    appendTexts(table, {"2.50"});
+    const QByteArray clean = saved(table);
+    const struct {
+        int fromEnd; // of the file, whose last byte holds the presence bit
+        qint64 malformed;
+        const char *row;
+        const char *verdict;
+    } cases[] = {
+        {2, 0, "2.50", "Sound: 1 rows of 1 columns."},
+        {3, 1, "NULL", "All 1 rows are present, and 1 cells hold no value of their type."}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.fromEnd);
+        QByteArray bytes = clean;
+        bytes[bytes.size() - c.fromEnd] = char(199);
+        MemoryStream checked(bytes);
+        const TableFileReport report = TableIO::check(checked);
+        EXPECT_EQ(report.verdict, c.verdict);
+        EXPECT_EQ(report.sound, c.malformed == 0);
+        EXPECT_EQ(report.malformedCells, c.malformed);
+        MemoryStream stream(bytes);
+        TableIO(&table).read(stream, false);
+        EXPECT_EQ(rows(*table.masterIndex()), QStringList{c.row});
+        if (c.malformed)
+            continue;
+        EXPECT_EQ(table.masterIndex()->findRecord("2.50"), table.at(0)) << "compares as bytes";
+        EXPECT_EQ(saved(table), clean);
+        const auto loaded = table.at(0).data(0).value<xdecimal>();
+        EXPECT_EQ((loaded + loaded).toString(), "5.00");
+    }
+}
 
 TEST(HostileHeaderTest, isRefusedWithAClearTextAndLittleMemory)
 {

@@ -360,3 +360,26 @@ TEST(TableIOTest, filtersInPlaceAndMeasuresMemory)
     EXPECT_GE(total, 12 * sizeof(Record));
     EXPECT_EQ(total - part, 12 * sizeof(Record));
 }
+
+TEST(TableIOTest, savesAndChecksAConstantTableAndDoesNotChangeIt)
+{
+    KeyedTable table;
+    appendTexts(table, {"1", "2", "3", "4"});
+    const Table &constant = table;
+    TableIO io(&constant);
+    MemoryStream stream;
+    io.write(stream, true);
+    EXPECT_EQ(stream.bytes(), saved(table));
+    stream.rewind();
+    EXPECT_EQ(thrownBy([&] { io.read(stream, false); }),
+              "QString: Table 'quotes' is constant here.");
+    FilterProgressTrue progress;
+    EXPECT_EQ(thrownBy([&] { io.filterRecords(progress); }),
+              "QString: Table 'quotes' is constant here.");
+    EXPECT_EQ(rows(table), QStringList{"1 2 3 4"});
+    EXPECT_TRUE(table.tryLock());
+    table.unlock();
+    unsigned long total = 0, padding = 0;
+    TableIO::memoryUsage(&constant, total, padding);
+    EXPECT_EQ(total, (unsigned long)(table.rowSize()));
+}

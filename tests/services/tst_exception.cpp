@@ -38,8 +38,15 @@ TEST(ExceptionTest, deepChainCarriesAtMost127FramesAndCopiesKeepThem)
         const Exception copy(e);
         EXPECT_EQ(copy.stack, e.stack);
         EXPECT_EQ(copy.message, e.message);
+        EXPECT_STREQ(static_cast<const std::exception &>(copy).what(), "deep");
         EXPECT_NE(copy.stack, Exception::getStack());
     }
+}
+
+TEST(ExceptionTest, saysWhatItSaidWhenNobodyCatchesIt)
+{
+    const auto throws = [] { throw Exception(QStringLiteral("цена 2.50 is none")); };
+    EXPECT_DEATH(std::thread(throws).join(), "what.*цена 2.50 is none");
 }
 
 TEST(ExceptionTest, dumpWritesOneDebugMessagePerFrameAndNotTheText)

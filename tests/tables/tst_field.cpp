@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <QtCore/qdatetime.h>
 #include <QtCore/qdebug.h>
+#include <QtCore/qlocale.h>
+
+#include <cstdint>
 
 namespace
 {
@@ -25,10 +28,13 @@ void expectOneTypeFits(const T &value, const T &zero)
         const QString read = thrownBy([&] { (void)cell.value<T>(); });
         const QString written = thrownBy([&] { cell.setValue(value); });
         if (type != CellType<T>::value) {
+            // An integer widens to 64 bits either way, and is never narrowed.
+            const bool widens = std::is_same_v<T, qint32> && type == FieldType::Integer64;
+            const bool widened = std::is_same_v<T, qint64> && type == FieldType::Integer;
             const QString refused = QStringLiteral("Exception: Can't convert from %1 to %2");
-            EXPECT_EQ(read, refused.arg(other, own));
-            EXPECT_EQ(written, refused.arg(own, other));
-            EXPECT_TRUE(cell.isNull());
+            EXPECT_EQ(read, widened ? "nothing" : refused.arg(other, own));
+            EXPECT_EQ(written, widens ? "nothing" : refused.arg(own, other));
+            EXPECT_EQ(cell.isNull(), !widens);
             continue;
         }
         EXPECT_EQ(read + written, "nothingnothing");
@@ -58,6 +64,75 @@ TEST(TypedAccess, fitsOneColumnTypeEach)
     expectOneTypeFits<datetime>(datetime(5), datetime());
     expectOneTypeFits<boardlist>(boards, boardlist());
     expectOneTypeFits<xdecimal>(xdecimal("-1.5"), xdecimal());
+}
+
+/// A cell as any integer type, written and read.
+template<class T>
+QString through(FieldType::Type type, T value)
+{
+    FieldValue cell(type, 0, true);
+    QString result;
+    const QString thrown = thrownBy([&] {
+        cell.setValue(value);
+        result = cell.toString() + (cell.value<T>() == value ? "" : " differs");
+    });
+    return thrown == "nothing" ? result : thrown.mid(11);
+}
+
+TEST(IntegerCells, takeAndGiveEveryIntegerInRange)
+{
+    const auto narrow = FieldType::Integer;
+    const auto wide = FieldType::Integer64;
+    EXPECT_EQ(through(narrow, true) + through(wide, false), "10");
+    EXPECT_EQ(through(narrow, 7u) + through(wide, 4294967295u), "74294967295");
+    EXPECT_EQ(through(narrow, 4294967295u), "Can't convert from '4294967295'' to Integer");
+    EXPECT_EQ(through(wide, std::int64_t(-5)), "-5");
+    EXPECT_EQ(through(narrow, std::int64_t(-5)), "Can't convert from Integer64 to Integer");
+    EXPECT_EQ(through(wide, std::uint64_t(5)), "5");
+    EXPECT_EQ(through(wide, ~std::uint64_t(0)),
+              "Can't convert from '18446744073709551615'' to Integer64");
+    EXPECT_EQ(through(narrow, short(-3)) + through(wide, short(-3)), "-3-3");
+    EXPECT_EQ(through(FieldType::Double, 5u), "Can't convert from Integer to Double");
+
+    FieldValue cell(wide, 0, true);
+    EXPECT_FALSE(cell.value<bool>()) << "of NULL";
+    cell.setValue(-2); // an int
+    EXPECT_EQ(cell.value<long>(), -2);
+    EXPECT_EQ(thrownBy([&] { (void)cell.value<unsigned>(); }),
+              "Exception: Can't convert from '-2'' to unsigned");
+    EXPECT_EQ(thrownBy([&] { (void)cell.value<bool>(); }),
+              "Exception: Can't convert from '-2'' to bool");
+    cell.setValue(Q_INT64_C(1) << 20);
+    EXPECT_EQ(thrownBy([&] { (void)cell.value<short>(); }),
+              "Exception: Can't convert from '1048576'' to short");
+
+    FieldValue word(FieldType::VarChar, 4, true);
+    word.setValue("Сбер");
+    EXPECT_EQ(word.value<QString>(), QStringLiteral("Сбер"));
+    EXPECT_EQ(thrownBy([&] { cell.setValue("5"); }),
+              "Exception: Can't convert from VarChar to Integer64");
+}
+
+TEST(FieldMessages, nameColumnAndTableWhereThereAreSuch)
+{
+    Table table("quotes", QString());
+    const QString place = " (column 'last' of table 'quotes')";
+    table.addColumn("last", FieldType::Decimal, 2);
+    const Record row(&table);
+    Field cell = row.data(0);
+    EXPECT_EQ(thrownBy([&] { cell.setValue(1.5); }),
+              "Exception: Can't convert from Double to Decimal" + place);
+    EXPECT_EQ(thrownBy([&] { (void)cell.value<QString>(); }),
+              "Exception: Can't convert from Decimal to VarChar" + place);
+    EXPECT_EQ(thrownBy([&] { setText(cell, "abc"); }),
+              "QString: Невозможно создать decimal по строке 'abc'" + place);
+    EXPECT_EQ(thrownBy([&] { cell.setLocaleString("abc", QLocale("en_US")); }),
+              "Exception: Can't convert from 'abc'' to Decimal" + place);
+    FieldValue alone(FieldType::Integer, 0, false);
+    alone.init(table.columnDef(0)); // a cell of its own that belongs to no table
+    EXPECT_TRUE(alone.isNull());
+    EXPECT_EQ(thrownBy([&] { alone.setValue(1.5); }),
+              "Exception: Can't convert from Double to Decimal");
 }
 
 TEST(FieldFromText, storesItOrLeavesTheCellAlone)
@@ -148,6 +223,9 @@ TEST(FieldConstants, takeTypeAndLengthFromTheirValue)
                  {FieldConstValue(datetime(1)), "DateTime[0] 1 1970.01.01 00:00:00.001"},
                  {FieldConstValue(5), "Integer[0] 1 5"},
                  {FieldConstValue(Q_INT64_C(5)), "Integer64[0] 1 5"},
+                 {FieldConstValue(5u), "Integer64[0] 1 5"},
+                 {FieldConstValue(std::int64_t(-5)), "Integer64[0] 1 -5"},
+                 {FieldConstValue(true), "Integer[0] 1 1"},
                  {FieldConstValue(0.1), "Double[0] 1 0.1"}};
     for (const auto &c : cases) {
         for (const FieldConstValue &value : {c.value, FieldConstValue::fromValue(c.value)}) {

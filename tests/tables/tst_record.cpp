@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <thread>
 #include <vector>
 
@@ -64,6 +65,31 @@ TEST(Records, readAsKeysAndForDiagnosis)
     EXPECT_EQ(Record::null.dump(false) + Record::null.toString(), "{ NULL }");
     EXPECT_FALSE(Record::null.inTable());
     EXPECT_EQ(&table.at(1), &Record::null);
+}
+
+TEST(Records, readByNameAndTablesAsRanges)
+{
+    KeyedTable table;
+    const Record seven = appendTexts(table, {"7", "1", nullptr, "-3"});
+    appendTexts(table, {"5", "2", nullptr, nullptr});
+    EXPECT_EQ(seven["c"].toString() + seven[1].toString(), "-31");
+    EXPECT_EQ(seven.value<int>("a") + seven.value<std::int64_t>(3), -2);
+    EXPECT_EQ(seven.value<int>("b"), 0);
+    seven["b"].setValue(9u);
+
+    const Table &constant = table;
+    QStringList keys;
+    for (const Record &row : constant)
+        keys.append(row.keyText());
+    EXPECT_EQ(keys.join(' '), "5 7");
+    EXPECT_EQ(constant.find("7"), seven);
+    for (const char *noKey : {"", "8", "seven", "7,8", "\"7", "NULL"})
+        EXPECT_TRUE(constant.find(noKey).isNull()) << noKey;
+    Table keyless("none", QString());
+    EXPECT_TRUE(keyless.find("7").isNull());
+    keyless.setMasterIndex(nullptr);
+    EXPECT_TRUE(keyless.find("7").isNull());
+    EXPECT_TRUE(keyless.begin() == keyless.end());
 }
 
 TEST(Records, areFreedOnceAfterAllThreadsHaveCopiedAndReadThem)

@@ -3,6 +3,8 @@
 #include "bcdiimodel.h"
 #include "valuetest.h"
 
+#include <QtCore/qdatastream.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -104,6 +106,10 @@ TEST(XDecimal, convertsFromNumbers)
     EXPECT_EQ(xdecimal::fromDouble(1250, -2).toString(), QString("1300"));
     EXPECT_EQ(xdecimal::fromInt64(std::numeric_limits<qint64>::min(), 3).toString(),
               QString("-9223372036854775.808"));
+    EXPECT_EQ(xdecimal(0), xdecimal()) << "no null pointer to a text";
+    EXPECT_EQ(xdecimal(-7L).toString() + xdecimal(8u).toString(), QString("-78"));
+    EXPECT_EQ(xdecimal(std::numeric_limits<quint64>::max()).toString(),
+              QString("18446744073709551615"));
     for (const double value : {1e24, -HUGE_VAL})
         EXPECT_EQ(thrownBy([=] { xdecimal::fromDouble(value, 3); }), QString("xdecimal:overflow"));
     EXPECT_EQ(thrownBy([] { xdecimal::fromInt64(0, 63); }), QString("xdecimal:overflow"));
@@ -116,10 +122,48 @@ TEST(XDecimal, setScaleRoundsHalfUpOrRefuses)
     EXPECT_EQ(value.toString(), QString("-2.35"));
     for (const short scale : {26, 63, -63})
         EXPECT_EQ(thrownBy([&] { value.setScale(scale); }), QString("xdecimal:bad operand"));
+    // Up to one unit from nothing is not rounded where that unit is a whole number.
+    EXPECT_EQ(thrownBy([] { xdecimal("0.5").setScale(0); }), QString("xdecimal:bad operand"));
+    for (const auto &[text, rounded] : {std::pair{"1.5", "2"}, {"0.4", "0"}}) {
+        xdecimal number(text);
+        number.setScale(0);
+        EXPECT_EQ(number.toString(), QString(rounded));
+    }
     EXPECT_EQ(thrownBy([] { null().setScale(2); }), QString("xdecimal:bad operand"));
     value.setScale(24);
     EXPECT_EQ(value.toString(), QString("-2.350000000000000000000000"));
     EXPECT_EQ(qHash(value), qHash(xdecimal("-2.35")));
+}
+
+// Of an even scale the last of the 16 bytes belongs to no digit.
+TEST(XDecimal, takesNoByteBehindItsDigits)
+{
+    xdecimal reread("2.505");
+    bool ok = false;
+    BCDIIFromString(const_cast<uchar *>(reread.data()), "2.50", &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(std::memcmp(reread.data(), xdecimal("2.50").data(), 16), 0);
+
+    for (const char *text : {"2.50", "-2.50", "0.00", "99999999999999999999999.50", "-7"}) {
+        SCOPED_TRACE(text);
+        const xdecimal clean(text);
+        xdecimal soiled = clean;
+        const_cast<uchar *>(soiled.data())[15] = 99;
+        const xdecimal other("0.125");
+        const auto outcome = [&](const xdecimal &value) {
+            xdecimal rounded = value;
+            rounded.setScale(1);
+            QByteArray streamed;
+            QDataStream stream(&streamed, QIODevice::WriteOnly);
+            stream << value;
+            return (value + value).toString() + ' ' + (value - other).toString() + ' ' +
+                   (other * value).toString() + ' ' + (-value).toString() + ' ' +
+                   rounded.toString() + ' ' + value.toString() + ' ' + streamed.toHex() + ' ' +
+                   QString::number(qHash(value)) + ' ' + QString::number(value.toDouble());
+        };
+        EXPECT_EQ(outcome(soiled), outcome(clean));
+        EXPECT_EQ(soiled, clean);
+    }
 }
 
 TEST(XDecimal, arithmeticIsExactOrRoundedAtTheLastPlaceThatFits)

@@ -99,7 +99,7 @@ void fromDouble(Field &target, double value)
     case FieldType::VarChar:
         return storeText(target, QStringLiteral("%1").arg(value, 0, 'f', kPlaces));
     case FieldType::DateTime:
-        throw Exception(QStringLiteral("Can't convert double to datetime."));
+        throw Exception(QStringLiteral("Can't convert double to datetime.") + target.place());
     case FieldType::XDecimal:
         return store(target, xdecimal::fromDouble(value, kPlaces));
     default:
@@ -124,7 +124,7 @@ void fromDecimal(Field &target, const Number &value, FieldType::Type reported)
     case FieldType::VarChar:
         return storeText(target, value.toString());
     case FieldType::DateTime:
-        throw Exception(QStringLiteral("Can't convert from decimal to datetime."));
+        throw Exception(QStringLiteral("Can't convert from decimal to datetime.") + target.place());
     case FieldType::XDecimal:
         if constexpr (std::is_same_v<Number, decimal>)
             return store(target, xdecimal::fromInt64(value.mantissa(), value.scale()));
@@ -187,7 +187,11 @@ void FieldDefConvertor::convert(Field &target, const Field &source)
     try {
         convertPresent(target, source);
     } catch (const char *text) { // from xdecimal
-        throw Exception(
-            QStringLiteral("%1: column '%2'").arg(QLatin1String(text), target.column()->name));
+        throw Exception(target.column()->table
+                            ? QLatin1String(text) + target.place()
+                            : QStringLiteral("%1: column '%2'")
+                                  .arg(QLatin1String(text), target.column()->name));
+    } catch (const QString &text) { // from decimal, or from the cell with its place already
+        throw text.endsWith(target.place()) ? text : QString(text + target.place());
     }
 }

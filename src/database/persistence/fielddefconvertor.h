@@ -28,7 +28,7 @@ public:
     /// \throws Exception "Can't convert double to datetime.", "Can't convert from decimal to
     /// datetime.", as Field::incompatibleType() for pairs without a conversion, and for values
     /// beyond XDecimal; Exception and QString as Field::operator=(const QStringRef &) and decimal.
-    /// Nothing is written then.
+    /// The messages have Field::place() of the target behind them. Nothing is written then.
     virtual void convert(Field &target, const Field &source);
 
     const TableColumnDef *source = nullptr; ///< the file's column, borrowed

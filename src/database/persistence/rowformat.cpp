@@ -5,6 +5,7 @@
 #include "database/values/boardlist.h"
 #include "database/xdecimal.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace
@@ -15,6 +16,13 @@ bool isMalformedList(const uchar *cell)
     decltype(boardlist::count) count;
     std::memcpy(&count, cell, sizeof count);
     return count < 0 || count > boardlist::kCapacity;
+}
+
+// Keys that are compared as bytes tell equal numbers by it.
+void clearUnused(uchar *number)
+{
+    std::fill(number + sizeof(quint16) + BCDIILength(BCDIIGetType(number)),
+              number + sizeof(xdecimal), uchar(0));
 }
 
 } // namespace
@@ -64,8 +72,9 @@ void RowFormat::unpack(uchar *data, const uchar *packed) const
         std::memcpy(data + span.row, packed + span.packed, size_t(span.size));
 }
 
-void RowFormat::dropMalformed(uchar *packed) const
+int RowFormat::dropMalformed(uchar *packed) const
 {
+    int dropped = 0;
     if (m_lastBits != 0)
         packed[m_packedSize - 1] &= m_lastBits;
     for (const Checked &checked : m_checked) {
@@ -73,8 +82,13 @@ void RowFormat::dropMalformed(uchar *packed) const
         const unsigned mask = 1u << (checked.column % 8);
         if (!(presence & mask))
             continue;
-        const uchar *cell = packed + cellOffset(checked.column);
-        if (checked.isList ? isMalformedList(cell) : !xdecimal::isNumber(cell))
+        uchar *cell = packed + cellOffset(checked.column);
+        if (checked.isList ? isMalformedList(cell) : !xdecimal::isNumber(cell)) {
             presence = uchar(presence & ~mask);
+            ++dropped;
+        } else if (!checked.isList) {
+            clearUnused(cell);
+        }
     }
+    return dropped;
 }

@@ -36,8 +36,9 @@ public:
 
     /// Makes those cells of a packed row NULL whose bytes no program of ours wrote: digits that are
     /// none, lists longer than they can be. The other types have a value for any bytes. Presence
-    /// bits without a column are cleared.
-    void dropMalformed(uchar *packed) const;
+    /// bits without a column are cleared, and so is the byte that an extended decimal does not use.
+    /// \return the number of cells made NULL
+    int dropMalformed(uchar *packed) const;
 
     /// Appends a span, to the one before it when both lie next to each other on either side.
     static void appendSpan(std::vector<RowSpan> &spans, const RowSpan &span);

@@ -111,7 +111,7 @@ uchar *RowReader::next()
         return nullptr;
     uchar *const packed = m_block.data() + m_at;
     m_at += m_format.packedSize();
-    m_format.dropMalformed(packed);
+    m_malformed += m_format.dropMalformed(packed);
     return packed;
 }
 

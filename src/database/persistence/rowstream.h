@@ -50,6 +50,8 @@ public:
     bool hasNext();
     /// Bytes at the end of the stream that did not make a whole row.
     qint64 cutBytes() const { return m_cut; }
+    /// Cells made NULL up to now.
+    qint64 malformedCells() const { return m_malformed; }
 
 private:
     void readBlock();
@@ -61,4 +63,5 @@ private:
     qint64 m_at = 0;    // the next row in the block, in bytes
     qint64 m_whole = 0; // the end of the block's whole rows
     qint64 m_cut = 0;
+    qint64 m_malformed = 0;
 };

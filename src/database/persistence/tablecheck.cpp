@@ -36,6 +36,7 @@ void countRows(TableFileReport &report, QDataStream &stream, const RowFormat &fo
         while (reader.next())
             ++report.rowsPresent;
         report.bytesLeftOver = reader.cutBytes();
+        report.malformedCells = reader.malformedCells();
     }
     report.bytesLeftOver += readToEnd(*stream.device());
 }
@@ -75,6 +76,11 @@ QString rowsVerdict(const TableFileReport &report)
         return QStringLiteral("All %1 rows are present, and %2 bytes too many.")
             .arg(report.rowsPresent)
             .arg(report.bytesLeftOver);
+    }
+    if (report.malformedCells > 0) {
+        return QStringLiteral("All %1 rows are present, and %2 cells hold no value of their type.")
+            .arg(report.rowsPresent)
+            .arg(report.malformedCells);
     }
     return QString();
 }

@@ -16,8 +16,10 @@ struct DATABASE_EXPORT TableFileReport {
     QList<ColumnDef> columns;
     QStringList keyColumns;
     qint64 rowsPromised = 0;
-    qint64 rowsPresent = 0;   ///< whole rows, up to the number promised
-    qint64 bytesLeftOver = 0; ///< behind the last row promised, or of a row that is cut
-    bool sound = false;       ///< as many rows as promised, nothing left over, no error on the way
-    QString verdict;          ///< one line for a person
+    qint64 rowsPresent = 0;    ///< whole rows, up to the number promised
+    qint64 bytesLeftOver = 0;  ///< behind the last row promised, or of a row that is cut
+    bool sound = false;        ///< as many rows as promised, nothing left over, no malformed cell,
+                               ///< no error on the way
+    QString verdict;           ///< one line for a person
+    qint64 malformedCells = 0; ///< XDecimal and BoardList cells that a load makes NULL
 };

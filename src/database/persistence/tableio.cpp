@@ -16,6 +16,20 @@ TableIO::TableIO(Table *table)
 {
 }
 
+// Writing takes the table's lock, which is no change to those who see the table as constant.
+TableIO::TableIO(const Table *table)
+    : m_table(const_cast<Table *>(table))
+    , m_isConstant(true)
+{
+}
+
+Table &TableIO::changeable() const
+{
+    if (m_isConstant)
+        throw QStringLiteral("Table '%1' is constant here.").arg(m_table->name());
+    return *m_table;
+}
+
 QString TableIO::fileName(const QDir &dir) const
 {
     return QFileInfo(dir, m_table->name()).filePath();
@@ -81,7 +95,7 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header,
 
 void TableIO::filterRecords(FilterProgress &progress)
 {
-    TableIndexRebuilder rebuilder(m_table);
+    TableIndexRebuilder rebuilder(&changeable());
     const TableUpdate update(*m_table);
     RangeSet<int> rejected;
     int position = 0;
@@ -95,7 +109,7 @@ void TableIO::filterRecords(FilterProgress &progress)
     m_table->masterIndex()->removeRanges(rejected);
 }
 
-void TableIO::memoryUsage(Table *table, unsigned long &total, unsigned long &padding)
+void TableIO::memoryUsage(const Table *table, unsigned long &total, unsigned long &padding)
 {
     if (!table->masterIndex())
         return;

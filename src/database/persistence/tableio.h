@@ -71,6 +71,9 @@ public:
 
     /// \p table is borrowed.
     explicit TableIO(Table *table);
+    /// For a table that is saved or looked at only. What would change it throws a QString,
+    /// "Table '%1' is constant here.", before anything is read.
+    explicit TableIO(const Table *table);
 
     /// The path of the table's file in a directory: the table's name, without an extension. A
     /// compressed file has ".gz" behind it.
@@ -151,7 +154,7 @@ public:
 
     /// Bytes of all rows of a table, and those among them that only pad cells. A table without a
     /// master index leaves both alone.
-    static void memoryUsage(Table *table, unsigned long &total, unsigned long &padding);
+    static void memoryUsage(const Table *table, unsigned long &total, unsigned long &padding);
     /// Bytes of an index's handles, and those among them that are not in use.
     static void memoryUsage(IndexList *index, unsigned long &total, unsigned long &unused);
 
@@ -166,7 +169,10 @@ public:
     static void convertDefs(const QList<FieldDefConvertor *> &list, uchar *target, uchar *source);
 
 private:
+    Table &changeable() const;
+
     Table *m_table; // borrowed
+    bool m_isConstant = false;
 };
 
 /// Copies a cell's bytes and its presence, between columns of one size.

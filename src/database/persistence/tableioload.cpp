@@ -149,9 +149,10 @@ void TableIO::convertDefs(const QList<FieldDefConvertor *> &list, uchar *target,
 void TableIO::read(FilterProgress &progress, QDataStream &stream, bool addColumns,
                    const Convertors &convertors, bool withRows)
 {
+    Table &table = changeable();
     if (!stream.device() || stream.atEnd())
         return;
-    TableIndexRebuilder rebuilder(m_table);
+    TableIndexRebuilder rebuilder(&table);
     const TableUpdate update(*m_table);
     m_table->clear();
     TableHeader header;

@@ -14,10 +14,16 @@ constexpr int kMaxFrames = 128;
 Exception::Exception(const QString &text)
     : message(text)
     , stack(getStack())
+    , m_what(text.toUtf8())
 {
 }
 
 Exception::~Exception() = default;
+
+const char *Exception::what() const noexcept
+{
+    return m_what.constData();
+}
 
 // Not inlined: frame 0, which is left out, has to be this function and not its caller.
 __attribute__((noinline)) QStringList Exception::getStack()

@@ -18,7 +18,7 @@ FieldValue::FieldValue(FieldType::Type type, int length, bool nullable)
 FieldValue::FieldValue(const TableColumnDef *column)
     : Field(nullptr, nullptr, nullptr, 1)
 {
-    init(new TableColumnDef(nullptr, *column));
+    init(column);
 }
 
 FieldValue::FieldValue(Table *table, int column)
@@ -77,18 +77,23 @@ FieldValue &FieldValue::operator=(const QStringRef &text)
 
 FieldValue::~FieldValue() = default;
 
-void FieldValue::init(TableColumnDef *column)
+void FieldValue::init(const TableColumnDef *column)
 {
-    // The old column goes last: nothing is lost when the buffer cannot be had.
-    std::unique_ptr<TableColumnDef> taken(column);
+    takeColumn(std::make_unique<TableColumnDef>(nullptr, *column));
+}
+
+void FieldValue::takeColumn(std::unique_ptr<TableColumnDef> column)
+{
+    // The old column goes last: nothing is lost when the buffer cannot be had, nor when the new one
+    // is a copy of it.
     const qint64 width = roundedCell(column->size);
     auto buffer = std::make_unique<quint64[]>(size_t(width) / sizeof(quint64) + 1);
     column->offset = 0;
     column->nullOffset = width;
     column->nullMask = 1;
-    m_ownColumn = std::move(taken);
+    m_ownColumn = std::move(column);
     m_buffer = std::move(buffer);
-    m_column = column;
+    m_column = m_ownColumn.get();
     m_value = reinterpret_cast<uchar *>(m_buffer.get());
     m_presence = m_value + width;
     m_mask = 1;
@@ -101,7 +106,7 @@ void FieldValue::init(FieldType::Type type, int length, bool nullable, qint64 si
     column->length = length;
     column->nullable = nullable;
     column->size = size;
-    init(column.release());
+    takeColumn(std::move(column));
 }
 
 template<class T>

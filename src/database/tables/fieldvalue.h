@@ -33,13 +33,16 @@ public:
     void fromText(const QString &text) { fromText(QStringRef(&text)); }
     void fromText(const QStringRef &text) { *this = text; }
 
+    /// Makes this a NULL cell, zero, of a private copy of \p column.
+    void init(const TableColumnDef *column);
+
 protected:
-    /// Takes over the column and sets up the buffer: zero and NULL.
-    void init(TableColumnDef *column);
     /// A private column of the given type and width; does not ask for a positive length.
     void init(FieldType::Type type, int length, bool nullable, qint64 size);
 
 private:
+    void takeColumn(std::unique_ptr<TableColumnDef> column);
+
     std::unique_ptr<TableColumnDef> m_ownColumn;
     std::unique_ptr<quint64[]> m_buffer; // 8-byte aligned
 };
@@ -60,6 +63,13 @@ public:
     FieldConstValue(const int &value);
     FieldConstValue(const long long &value);
     FieldConstValue(const double &value);
+    /// The other integers: Integer for those below 32 bits and bool, Integer64 for the others.
+    template<class Int, class = std::enable_if_t<isCellInteger<Int> &&
+                                                 (std::is_signed_v<Int> || sizeof(Int) < 8)>>
+    FieldConstValue(Int value)
+        : FieldConstValue(std::conditional_t<(sizeof(Int) < sizeof(int)), int, long long>(value))
+    {
+    }
 
     /// The value of a cell; NULL for a NULL cell, a BoardList and an undefined type.
     static FieldConstValue fromValue(const Field &field);

@@ -4,6 +4,7 @@
 #include "database/indexes/index.h"
 #include "database/indexes/rowexchange.h"
 #include "database/indexes/tablelocker.h"
+#include "database/services/exception.h"
 #include "database/tables/columnspan.h"
 #include "database/tables/firsterror.h"
 #include "database/tables/tableprivate.h"
@@ -374,6 +375,29 @@ Field Table::dataPtr(uchar *row, int column) const
 Field Table::data(int row, int column) const
 {
     return dataPtr(at(row).row(), column);
+}
+
+Table::const_iterator Table::begin() const
+{
+    return d->masterIndex ? d->masterIndex->begin() : const_iterator();
+}
+
+Table::const_iterator Table::end() const
+{
+    return d->masterIndex ? d->masterIndex->end() : const_iterator();
+}
+
+Record Table::find(const QString &keyText) const
+{
+    if (!d->masterIndex)
+        return Record();
+    // A text that is no key names no row.
+    try {
+        return d->masterIndex->findByKeyText(keyText);
+    } catch (const QString &) {
+    } catch (const Exception &) {
+    }
+    return Record();
 }
 
 void Table::setNull(int row, int column)

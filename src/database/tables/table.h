@@ -2,6 +2,8 @@
 
 #include "database/database_global.h"
 #include "database/decimal.h"
+#include "database/indexes/partitionlist.h"
+#include "database/record.h"
 #include "database/tables/columndef.h"
 #include "database/tables/field.h"
 
@@ -17,7 +19,6 @@
 class FirstError;
 class Index;
 class MasterIndex;
-class Record;
 class RecordsTrans;
 struct TablePrivate;
 
@@ -145,6 +146,18 @@ public:
     /// Sorts the master index again and builds every other index from it: what makes table and
     /// views agree after a batch that failed in the master index, for want of memory say.
     void rebuild();
+
+    // Rows as a range ---------------------------------------------------------------------------
+
+    using const_iterator = PartitionList<Record>::const_iterator;
+    /// The rows in the order of the master index, for loops: for (const Record &row : table). A
+    /// change of the table invalidates the iterators.
+    const_iterator begin() const;
+    const_iterator end() const;
+    /// The row whose exact key text this is (MasterIndex::keyText()): find("A"), find("7,B"). Null
+    /// when there is none, when the text is no key and for a table without a key. O(log n).
+    Record find(const QString &keyText) const;
+    Record find(int) const = delete; // a literal 0 would be an empty text
 
     // Batches -----------------------------------------------------------------------------------
 

@@ -2,7 +2,6 @@
 
 #include <QtCore/qdatetime.h>
 #include <QtCore/qhash.h>
-#include <QtCore/qlocale.h>
 
 #include <algorithm>
 #include <charconv>
@@ -130,6 +129,17 @@ datetime::datetime(const QStringRef &text)
     parse(text.constData(), text.size(), &m_msecs);
 }
 
+datetime::datetime(const QDateTime &shown)
+{
+    if (shown.isValid())
+        m_msecs = QDateTime(shown.date(), shown.time(), Qt::UTC).toMSecsSinceEpoch();
+}
+
+QDateTime datetime::toQDateTime() const
+{
+    return QDateTime::fromMSecsSinceEpoch(m_msecs, Qt::UTC);
+}
+
 bool datetime::parse(const QChar *text, int length, qint64 *msecs)
 {
     // The length and the first separator tell the four formats apart.
@@ -198,15 +208,6 @@ QString datetime::toString() const
     QString text;
     appendText(&text, m_msecs);
     return text;
-}
-
-QString datetime::toSystemString() const
-{
-    if (isNull())
-        return QString();
-    const QLocale locale = QLocale::system();
-    const QString format = locale.dateFormat(QLocale::ShortFormat) + QLatin1String(" HH:mm:ss.zzz");
-    return locale.toString(QDateTime::fromMSecsSinceEpoch(m_msecs, Qt::UTC), format);
 }
 
 int datetime::metatypeId()

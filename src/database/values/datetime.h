@@ -2,8 +2,11 @@
 
 #include "database/database_global.h"
 
+#include <QtCore/qdatetime.h>
 #include <QtCore/qmetatype.h>
 #include <QtCore/qstring.h>
+
+class QLocale;
 
 /// A date and time of day to the millisecond, without a time zone, in one 64-bit integer.
 ///
@@ -28,6 +31,8 @@ public:
     /// As parse; no date when the text fits no format.
     explicit datetime(const QString &text);
     explicit datetime(const QStringRef &text);
+    /// The clock reading that \p shown has in its own time zone; no date when it is not valid.
+    explicit datetime(const QDateTime &shown);
 
     static constexpr datetime fromMSecsSinceEpoch(qint64 msecs) { return datetime(msecs); }
 
@@ -51,9 +56,20 @@ public:
     /// year before 1 being -0001; years beyond four digits are written in full. Texts of both kinds
     /// cannot be read again.
     QString toString() const;
-    /// Text in the system locale's short date format followed by the time "HH:mm:ss.zzz"; a null
-    /// string for no date.
+    /// Text in the locale's short date format followed by the time "HH:mm:ss.zzz"; a null string
+    /// for no date.
+    QString toLocaleString(const QLocale &locale) const;
+    /// toLocaleString with the system locale.
     QString toSystemString() const;
+    /// Reads what toLocaleString writes in that locale; the time may be missing, digits may be the
+    /// locale's or ASCII ones. Where the format has two digits of the year, these are 1970..2069.
+    /// \param[out] ok  whether it is such a text; may be null
+    /// \return no date for every other text
+    static datetime fromLocaleString(const QString &text, const QLocale &locale,
+                                     bool *ok = nullptr);
+
+    /// This clock reading, labelled UTC; for no date as well, which is the start of 1970 there.
+    QDateTime toQDateTime() const;
 
     /// The id of this type, named "datetime", in Qt's meta-type system.
     static int metatypeId();

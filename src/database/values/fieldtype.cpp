@@ -5,6 +5,7 @@
 #include "database/values/datetime.h"
 #include "database/xdecimal.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -90,7 +91,8 @@ QString FieldType::getStaticString(const uchar *cell, int maxLength)
 
 void FieldType::setString(uchar *cell, int length, const ushort *units, int count)
 {
-    const int copied = qMax(0, qMin(length, count));
+    // What stands behind a 0 unit belongs to no value, and would still be compared by byte keys.
+    const int copied = int(std::find(units, units + qMax(0, qMin(length, count)), 0) - units);
     if (copied > 0)
         std::memcpy(cell, units, size_t(copied) * sizeof(ushort));
     if (copied < length)

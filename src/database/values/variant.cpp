@@ -2,9 +2,12 @@
 
 #include "database/decimal.h"
 #include "database/values/datetime.h"
+#include "database/values/numbervalue.h"
 #include "database/xdecimal.h"
 
 #include <QtCore/qdatetime.h>
+
+using bcdii::NumberValue;
 
 namespace
 {
@@ -58,6 +61,11 @@ int compareAs(const QVariant &a, const QVariant &b)
     return order(a.value<T>(), other);
 }
 
+bool areNumbers(const QVariant &a, const QVariant &b)
+{
+    return NumberValue::isNumberType(a.userType()) && NumberValue::isNumberType(b.userType());
+}
+
 int compareUserTypes(const QVariant &a, const QVariant &b)
 {
     const int type = a.userType();
@@ -72,10 +80,20 @@ int compareUserTypes(const QVariant &a, const QVariant &b)
 
 } // namespace
 
+int compareVariants(const QVariant &a, const QVariant &b, Qt::CaseSensitivity cs)
+{
+    return areNumbers(a, b) ? NumberValue(a).compare(NumberValue(b)) : variant_compare(a, b, cs);
+}
+
 int variant_compare(const QVariant &a, const QVariant &b, Qt::CaseSensitivity cs)
 {
     if (!a.isValid() || !b.isValid())
         return int(a.isValid()) - int(b.isValid());
+    if (a.userType() != b.userType() && areNumbers(a, b)) {
+        const NumberValue x(a);
+        const NumberValue y(b);
+        return x.isNone() || y.isNone() ? 0 : x.compare(y);
+    }
     if (a.userType() >= QMetaType::User)
         return compareUserTypes(a, b);
     if (a == b)
@@ -110,8 +128,12 @@ QVariant variant_convert(const QVariant &v, uint type)
         return decimal::fromVariant(fromEngine ? QVariant(exactText(v)) : v).toVariant();
     if (target == xdecimal::metatypeId())
         return xdecimal::fromVariant(fromEngine ? QVariant(exactText(v)) : v).toVariant();
-    if (target == datetime::metatypeId())
-        return QVariant::fromValue(datetime(exactText(v)));
+    if (target == datetime::metatypeId()) {
+        const int type = v.userType();
+        return QVariant::fromValue(type == QMetaType::QDateTime || type == QMetaType::QDate
+                                       ? datetime(v.toDateTime())
+                                       : datetime(exactText(v)));
+    }
 
     QVariant result = fromEngine ? QVariant(shownText(v)) : v;
     if (target == QMetaType::QChar) {

@@ -10,7 +10,7 @@ namespace bcdii
 
 /// An xdecimal other than NULL in registers, where its usual operations happen.
 ///
-/// The pairs are all 14 digit bytes, whether the type uses the last one or not. Scales 2 k and
+/// The pairs are all 14 digit bytes, the last one 0 where the type does not use it. Scales 2 k and
 /// 2 k + 1 then have the point at the same place, pointPairs() bytes from the end, and differ in
 /// two bytes only: an even scale has a last pair of 0, an odd one a last pair of whole tens and a
 /// first pair below 10. So numbers of any two scales align by whole bytes, sums and products come
@@ -51,7 +51,10 @@ inline XDecimalFrame loadFrame(const xdecimal &value)
 {
     const auto high = qFromBigEndian<quint64>(value.data());
     const auto low = qFromBigEndian<quint64>(value.data() + 8);
-    return {join(high & (kFrameSign - 1), low), (high & kFrameSign) != 0, value.scale()};
+    // Of an even scale the last byte is none of the number's: its place counts as a pair of 0
+    // whatever came there, from an older text in the same memory or from a file.
+    const quint64 unused = value.scale() & 1 ? 0 : 0xFF;
+    return {join(high & (kFrameSign - 1), low & ~unused), (high & kFrameSign) != 0, value.scale()};
 }
 
 inline xdecimal storeFrame(const XDecimalFrame &frame)

@@ -1,6 +1,7 @@
 #include "database/values/xdecimalreader.h"
 
 #include "database/values/digittext.h"
+#include "database/values/localetext.h"
 #include "database/values/numberscanner.h"
 #include "database/values/xdecimalframe.h"
 
@@ -161,9 +162,8 @@ bool readShortXDecimal(const char *text, size_t size, xdecimal *result)
 bool readLocaleXDecimal(const QString &text, const QLocale &locale, xdecimal *result)
 {
     // The locale judges the text, where groups may stand above all; the digits are read exactly.
-    bool isNumber = false;
-    locale.toDouble(text, &isNumber);
-    if (!isNumber)
+    double judged = 0;
+    if (!readLocaleDouble(text, locale, &judged))
         return false;
     return readXDecimal(withPlainCharacters(text, locale), result) == XDecimalFault::None;
 }

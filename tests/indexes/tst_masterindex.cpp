@@ -1,8 +1,8 @@
 #include "indexes/indexfixture.h"
 
 #include <database/masterindex_fast.h>
-#include <database/tables/recordstrans.h>
 #include <database/tables/cellcompare.h>
+#include <database/tables/recordstrans.h>
 
 #include <algorithm>
 #include <atomic>

@@ -81,11 +81,9 @@ TEST(IndexLimit, addsToTheRemovalsAsAPlainModelDoes)
             if (std::any_of(updated.begin(), updated.end(), hasItsKey) ||
                 std::any_of(expected.begin(), expected.end(), hasItsKey))
                 continue;
-            const auto place =
-                std::upper_bound(expected.begin(), expected.end(), index.at(i),
-                                 [](const Record &a, const Record &b) {
-                                     return cellOf(a, kId) < cellOf(b, kId);
-                                 });
+            const auto place = std::upper_bound(
+                expected.begin(), expected.end(), index.at(i),
+                [](const Record &a, const Record &b) { return cellOf(a, kId) < cellOf(b, kId); });
             expected.insert(place, index.at(i));
         }
         EXPECT_EQ(index.toRemove(delta, removed, updated), delta > 0 ? qMin(delta, 20) : 20);

@@ -138,9 +138,9 @@ TEST_F(SortKeys, areOffForColumnsWithoutNumbers)
 TEST_F(SortKeys, orderDecimalsOfAllScales)
 {
     std::vector<decimal> values;
-    for (const qint64 mantissa : {Q_INT64_C(0), Q_INT64_C(1), Q_INT64_C(9), Q_INT64_C(10),
-                                  Q_INT64_C(99), Q_INT64_C(1250), decimal::kMaxMantissa - 1,
-                                  decimal::kMaxMantissa, decimal::kMinMantissa}) {
+    for (const qint64 mantissa :
+         {Q_INT64_C(0), Q_INT64_C(1), Q_INT64_C(9), Q_INT64_C(10), Q_INT64_C(99), Q_INT64_C(1250),
+          decimal::kMaxMantissa - 1, decimal::kMaxMantissa, decimal::kMinMantissa}) {
         for (const int scale : {decimal::kMinScale, -1, 0, 1, 2, 16, 17, decimal::kMaxScale}) {
             values.push_back(decimal::fromParts(mantissa, short(scale)));
             values.push_back(decimal::fromParts(-mantissa, short(scale)));
@@ -227,8 +227,8 @@ TEST_F(SortKeys, takePresenceFromTheRowWhateverTheColumnAllows)
                     order = order ? order : compareCells(*table.columnDef(column), a, b);
                 const quint64 x = key(a.row());
                 const quint64 y = key(b.row());
-                ASSERT_TRUE(x == y || (x < y) == (order < 0))
-                    << a.dump(false).toStdString() << '\n' << b.dump(false).toStdString();
+                ASSERT_TRUE(x == y || (x < y) == (order < 0)) << a.dump(false).toStdString() << '\n'
+                                                              << b.dump(false).toStdString();
             }
         }
     }

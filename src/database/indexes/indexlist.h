@@ -19,7 +19,7 @@ public:
 
     void clear() override;
     /// Holds afterwards what filter() accepts of the table's rows, in the order of the master
-    /// index. Takes the table's lock.
+    /// index, each by way of add(). Takes the table's lock.
     void build() override;
     void add(const Record &record) override;
     /// Takes out the record at \p index if it stands there, else wherever indexOf() finds it.
@@ -50,10 +50,15 @@ public:
 protected:
     /// Position of this very row among the positions from..to - 1, or -1: a scan of handles.
     int scanForRow(const Record &record, int from, int to) const;
+    /// Fills the list as build() does, but without add().
+    void collect();
 
     PartitionList<Record> m_list;
 
 private:
+    template<class Put>
+    void refill(Put put);
+
     Table *m_table; // borrowed
     IndexRegistration m_registration;
 };

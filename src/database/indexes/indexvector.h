@@ -34,7 +34,8 @@ public:
 
     /// Negative if \p a sorts before \p b, 0 for equal keys, positive if after.
     virtual int compare(const Record &a, const Record &b) const = 0;
-    /// The first position behind \p from whose record compares equal, or -1, also for a null record.
+    /// The first position behind \p from whose record compares equal, or -1, also for a null
+    /// record.
     virtual int search(const Record &key, int from) const;
     /// Sorts the whole vector again, stably.
     virtual void resort();

@@ -126,12 +126,12 @@ bool SortKey::learn(const uchar *row)
     return true;
 }
 
-/// A decimal's place among those of all scales: the place of its leading digit, then its digits as a
-/// fraction of seventeen, which together rise evenly. They are a number below 144 * 9 * 10^16, too
-/// large by a bit beside the sign: neighbours in the last digit may share a digest.
+/// A decimal's place among those of all scales: the place of its leading digit, then its digits as
+/// a fraction of seventeen, which together rise evenly. They are a number below 144 * 9 * 10^16,
+/// too large by a bit beside the sign: neighbours in the last digit may share a digest.
 quint64 SortKey::ofDecimal(qint64 word)
 {
-    constexpr int kDigits = 17; // of the largest mantissa
+    constexpr int kDigits = 17;                   // of the largest mantissa
     constexpr quint64 kFirst = 10000000000000000; // the least number of so many digits
     static constexpr quint64 kPowers[kDigits + 1] = {1,
                                                      10,
@@ -156,7 +156,8 @@ quint64 SortKey::ofDecimal(qint64 word)
     if (mantissa == 0)
         return kSign;
     const quint64 magnitude = quint64(mantissa < 0 ? -mantissa : mantissa);
-    const int guess = int(64 - qCountLeadingZeroBits(magnitude)) * 1233 >> 12; // log10(2) of the bits
+    const int guess =
+        int(64 - qCountLeadingZeroBits(magnitude)) * 1233 >> 12; // log10(2) of the bits
     const int digits = guess + int(magnitude >= kPowers[guess]);
     const quint64 place = quint64(digits - value.scale() - (1 - decimal::kMaxScale));
     const quint64 distance =

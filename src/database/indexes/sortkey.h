@@ -62,6 +62,8 @@ public:
     {
         return read(row, digest) && (m_nulls || !isNull(row));
     }
+    /// Whether rows of different digests are never equal to compareCells(); NaN is, to all doubles.
+    bool isTotal() const { return m_kind != Kind::Double; }
     /// Whether the digests of covered rows are equal only where all bytes of their keys are.
     bool isWhole() const { return m_whole; }
     /// The digest of a row that the key covers.
@@ -133,10 +135,7 @@ private:
     static quint64 ofDecimal(qint64 word);
     quint64 ascending(const uchar *row) const;
     quint64 ofValue(const uchar *row) const;
-    bool isNull(const uchar *row) const
-    {
-        return m_first && isNull(row, *m_first);
-    }
+    bool isNull(const uchar *row) const { return m_first && isNull(row, *m_first); }
     static bool isNull(const uchar *row, const TableColumnDef &column)
     {
         return !(row[kRowHeaderSize + column.nullOffset] & column.nullMask);
@@ -153,7 +152,7 @@ private:
     static constexpr quint64 kNaN = Q_UINT64_C(0xFFF8000000000000); // above infinity's
 
     Kind m_kind = Kind::None;
-    quint64 m_flip = 0; // all bits where the order is descending
+    quint64 m_flip = 0;                      // all bits where the order is descending
     bool m_learned = false;                  // whether a row was learned from
     bool m_whole = false;                    // whether bare bytes are all in the digits
     bool m_nulls = false;                    // whether one of them was NULL there

@@ -57,10 +57,10 @@ struct CellType<xdecimal> {
 /// Borrows the column and the row: valid while both live and the table's columns do not change.
 /// Copying a Field copies the view, not the value. Nothing is written when a conversion throws.
 ///
-/// Writing a cell of a row that a table holds tells nobody. Indexes that sort by the cell, or filter
-/// by it, have to be told by Table::updated() before anything else is asked of them; until then the
-/// row stands where its old value belongs, and searches go astray. Batches (RecordsTrans) do that by
-/// themselves. The same goes for setNull() and what is written through bytes().
+/// Writing a cell of a row that a table holds tells nobody. Indexes that sort by the cell, or
+/// filter by it, have to be told by Table::updated() before anything else is asked of them; until
+/// then the row stands where its old value belongs, and searches go astray. Batches (RecordsTrans)
+/// do that by themselves. The same goes for setNull() and what is written through bytes().
 class DATABASE_EXPORT Field
 {
 public:

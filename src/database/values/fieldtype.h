@@ -48,12 +48,12 @@ public:
     /// Number of units of a VarChar cell's value.
     static int stringLength(const uchar *cell, int maxLength);
 
-    /// Writes a text into a VarChar cell of \p length units: up to its first 0 unit, cut silently or
-    /// padded with 0 units.
+    /// Writes a text into a VarChar cell of \p length units: up to its first 0 unit, cut silently
+    /// or padded with 0 units.
     static void setString(uchar *cell, int length, const QStringRef &text);
     static void setString(uchar *cell, int length, const QString &text);
     static void setString(uchar *cell, int length, const ushort *units, int count);
-    /// Makes the units behind the first 0 of a VarChar cell 0, whatever wrote them. The cell need not
-    /// be aligned.
+    /// Makes the units behind the first 0 of a VarChar cell 0, whatever wrote them. The cell need
+    /// not be aligned.
     static void padString(uchar *cell, int length);
 };

@@ -202,10 +202,9 @@ void IndexSort::remove(const Record &record, int index)
 {
     m_notes.clear();
     if (index < 0 || m_list.at(index) != record) {
-        bool isScanned = false;
-        index = record.isNull() ? -1 : findByKey(record, &isScanned);
-        if (isScanned)
-            rankTies(record);
+        Run scanned;
+        index = record.isNull() ? -1 : findByKey(record, &scanned);
+        rankTies(scanned);
         if (index == -1)
             index = IndexList::indexOf(record);
     }
@@ -303,10 +302,9 @@ void IndexSort::update(const Record &record, int, int, int index)
             told->guide.clear();
     }
     if (index < 0 || m_list.at(index) != record) {
-        bool isScanned = false;
-        index = findByKey(record, &isScanned);
-        if (isScanned)
-            rankTies(record);
+        Run scanned;
+        index = findByKey(record, &scanned);
+        rankTies(scanned);
     }
     if (index == -1) {
         index = IndexList::indexOf(record);
@@ -367,12 +365,11 @@ bool IndexSort::noteOne(const Record &record, const Record &value)
     constexpr int kMany = 64;
     if (tick.from.last - tick.from.first > kMany && !filter(record))
         return false; // it is not here, and not to be looked for among many
-    bool isScanned = false;
-    const int position = findAmong({digest, tick.from, 0, count()}, record, &isScanned);
+    Run scanned;
+    const int position = findAmong({digest, tick.from, 0, count()}, record, &scanned);
     if (position == -1)
         return false;
-    if (isScanned)
-        rankTies(record);
+    rankTies(scanned);
     if (stretch)
         m_aid->prefetchNear(search, stretch, tick.to.first);
     if (!tick.rises(position) && !tick.falls(position)) {

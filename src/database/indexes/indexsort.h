@@ -29,7 +29,7 @@ class TieRanks;
 /// taken from their key cells, without calling compare().
 ///
 /// Ties are found in O(log n) as well, however many: once a row has been searched for among many of
-/// its key, those have marks of their order in the index, about 40 bytes each.
+/// its key, those have marks of their order in the index, 32 to 64 bytes each.
 ///
 /// Of an index of doubles that tells its columns NaN stands behind infinity and equals itself only.
 /// compareCells() finds it equal to everything, which is no order: where columns are not told,
@@ -189,6 +189,12 @@ private:
         int slot;
     };
 
+    /// Positions first..last - 1 of records of one key; none at first.
+    struct Run {
+        int first = 0;
+        int last = 0;
+    };
+
     class RowFinder;
     struct Among;
     struct KeySearch;
@@ -205,10 +211,10 @@ private:
     bool isMatch(int position, quint64 digest, const Record &key) const;
     int searchComparing(const Record &key, int first) const;
     bool contradicts(const Record &key, int position, int first) const;
-    int findByKey(const Record &record, bool *isScanned = nullptr) const;
-    int findAmong(const Among &among, const Record &record, bool *isScanned) const;
-    int findBehind(int first, const Record &record, bool *isScanned) const;
-    void rankTies(const Record &record);
+    int findByKey(const Record &record, Run *scanned = nullptr) const;
+    int findAmong(const Among &among, const Record &record, Run *scanned) const;
+    int findBehind(int first, const Record &record, Run *scanned) const;
+    void rankTies(const Run &run);
     int order(const Record &a, const Record &b) const;
     bool settled(int position);
     bool contradictsSomewhere() const;

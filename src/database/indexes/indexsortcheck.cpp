@@ -122,15 +122,15 @@ void IndexSort::distrust()
     IndexSort::resort();
 }
 
-// A record has been searched for among many ties: the next one is found sooner.
-void IndexSort::rankTies(const Record &record)
+// A record has been searched for among many ties, if there are any: the next one is found sooner.
+void IndexSort::rankTies(const Run &run)
 {
+    if (run.first == run.last)
+        return;
     try {
-        const int first = lowerBound(record);
-        const int last = upperBound(record, first, count());
         if (!m_ties)
             m_ties = std::make_unique<TieRanks>();
-        m_ties->number(m_list, first, last);
+        m_ties->number(m_list, run.first, run.last);
     } catch (const std::bad_alloc &) {
         m_ties.reset();
     }

@@ -200,17 +200,17 @@ void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
 }
 
 // The position of this very row where its key says that it stands, or -1.
-// \param[out] isScanned  set when many ties had to be looked at one by one; may be null
-int IndexSort::findByKey(const Record &record, bool *isScanned) const
+// \param[out] scanned  the ties, when many had to be looked at one by one; may be null
+int IndexSort::findByKey(const Record &record, Run *scanned) const
 {
     quint64 digest;
     const SortAid *const told = aid();
     if (told && told->guides() && told->key.read(record.row(), &digest))
-        return findAmong({digest, told->guide.range(digest), 0, count()}, record, isScanned);
-    return findBehind(lowerBound(record), record, isScanned);
+        return findAmong({digest, told->guide.range(digest), 0, count()}, record, scanned);
+    return findBehind(lowerBound(record), record, scanned);
 }
 
-int IndexSort::findAmong(const Among &among, const Record &record, bool *isScanned) const
+int IndexSort::findAmong(const Among &among, const Record &record, Run *scanned) const
 {
     const SortGuide::Range &range = among.range;
     if (range.last - range.first <= kScanned) {
@@ -225,11 +225,11 @@ int IndexSort::findAmong(const Among &among, const Record &record, bool *isScann
     const int position = m_ties ? m_ties->find(m_list, range.first, range.last, record) : -1;
     if (position != -1)
         return position;
-    return findBehind(boundAmong(among, record, Side::Before), record, isScanned);
+    return findBehind(boundAmong(among, record, Side::Before), record, scanned);
 }
 
 // The same among the records of its key, the first of which is known.
-int IndexSort::findBehind(int first, const Record &record, bool *isScanned) const
+int IndexSort::findBehind(int first, const Record &record, Run *scanned) const
 {
     const int probed = qMin(first + kProbes, count());
     int position = scanForRow(record, first, probed);
@@ -239,8 +239,8 @@ int IndexSort::findBehind(int first, const Record &record, bool *isScanned) cons
     position = m_ties ? m_ties->find(m_list, first, last, record) : -1;
     if (position != -1)
         return position;
-    if (isScanned)
-        *isScanned = last - probed > kScanned;
+    if (scanned && last - probed > kScanned)
+        *scanned = {first, last};
     return scanForRow(record, probed, last);
 }
 
@@ -366,7 +366,8 @@ private:
             if (scanned) {
                 m_patience -= last - probed;
                 position = m_index.scanForRow(record, probed, last);
-                m_finds.longest = areMany ? number : m_finds.longest;
+                if (areMany)
+                    m_finds.scanned = {first, last};
             }
             if (position == -1 && !isAbsent &&
                 (!scanned || m_rejectedToo || m_index.filter(record)))

@@ -21,7 +21,7 @@ struct IndexSort::Found {
 struct IndexSort::Finds {
     std::vector<Found> found;
     std::vector<int> order;
-    int longest = -1; ///< the number of one that had to be looked for among many ties, or -1
+    Run scanned; ///< many ties that had to be looked at one by one
 };
 
 /// What preprocess() found of one removed or updated record.

@@ -118,8 +118,7 @@ void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
     // A record that belongs here but does not stand where its key says is searched for: its key has
     // changed behind the index's back. Nothing is noted when a comparison throws.
     IndexSort::Finds finds = index.findRows(rows, false);
-    if (finds.longest != -1)
-        index.rankTies(*rows[size_t(finds.longest)]);
+    index.rankTies(finds.scanned);
     index.m_notes.reserve(rows.size());
     for (size_t i = 0; i < rows.size(); ++i)
         index.m_notes.push_back({rows[i]->row(), finds.found[i]});
@@ -400,7 +399,7 @@ void SortBatch::check()
     }
     SortAid *const aid = m_index.aid();
     const auto isSettled = [&](int position) {
-        return !(m_index.m_ties || aid->isCheckDue()) || m_index.settled(position);
+        return !(m_index.m_ties || (aid && aid->isCheckDue())) || m_index.settled(position);
     };
     bool agrees = true;
     int shift = 0; // from a position before the batch to the one behind it

@@ -9,6 +9,8 @@
 class TableColumnDef;
 
 /// A primary key over any columns of a table, compared column by column by value (compareCells()).
+/// Tells its columns, for this very class: a derived one may compare as it likes, and tells its own
+/// to be as fast. Among keys of doubles NaN is a key of its own behind infinity.
 class DATABASE_EXPORT MasterIndex_Column_Pure : public MasterIndex
 {
 public:

@@ -8,7 +8,10 @@
 /// makes two rows the same to a transaction, and which turns a row's key into text and back.
 ///
 /// Receives each batch before all other indexes. Classes that tell their key by setColumns() are
-/// passed by where it does not change. The table that it is given to by
+/// passed by where it does not change; a class derived from one of them that does not tell again is
+/// compared by compare() alone. When the memory for a batch cannot be had here, its rows neither
+/// come nor leave, though other indexes have taken it: Table::build() brings them back in step. The
+/// updates of the batch stand. The table that it is given to by
 /// Table::setMasterIndex() owns it. Every class of the family answers "MasterIndex" to
 /// getClassName().
 class DATABASE_EXPORT MasterIndex : public IndexSort

@@ -19,6 +19,10 @@ class Table;
 ///  (1) Every non-null Record holds exactly one reference on its block; the handle that brings the
 ///      count to 0 frees the block. Moving a handle leaves the count alone.
 ///  (2) There is no copy-on-write: all handles to a row see every change. clone() makes a copy.
+///  (3) Constness is the handle's, not the row's: data() of a const Record writes. Whoever writes a
+///      cell of a row that stands in a table calls Table::updated() next, before anything else is
+///      asked of the indexes that read the cell. Debug builds look for rows of sorted indexes that
+///      are out of order and assert.
 /// Threads: handles may be copied and dropped in several threads at once. Writing values is not
 /// synchronised; writers hold the table's lock or work on rows that no other thread sees.
 /// Lifetime: a handle keeps its row alive, not the table. After the table is gone, a handle may

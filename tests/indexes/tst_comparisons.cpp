@@ -8,6 +8,11 @@ namespace
 
 constexpr int kRows = kSanitized ? 50000 : 1000000;
 constexpr int kChanges = 1000;
+#ifdef QT_NO_DEBUG
+constexpr int kAsserted = 0;
+#else
+constexpr int kAsserted = 512; // that a debug build looks at behind each batch
+#endif
 
 /// What a batch costs in comparisons in indexes that were built over all rows.
 class BatchCost : public ::testing::Test
@@ -32,7 +37,7 @@ protected:
             index->comparisons = 0;
         batch.execute();
         for (const QuoteSort *index : indexes) {
-            EXPECT_LT(index->comparisons, limit);
+            EXPECT_LT(index->comparisons, limit + kAsserted);
             EXPECT_TRUE(std::is_sorted(index->begin(), index->end(), IndexSort::LessThan(index)));
         }
         EXPECT_EQ(byPrice.count(), table.rowCount());

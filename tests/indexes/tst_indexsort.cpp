@@ -251,12 +251,21 @@ private:
 TEST(NullInAnIndex, standsFirstHoweverItCame)
 {
     const auto setNull = [](const Record &record) { record.data(1).setNull(); };
-    for (const char *way : {"tick", "batch", "large batch", "batch without notice", "insertion",
-                            "append", "update", "build"}) {
-        SCOPED_TRACE(way);
+    for (const auto &[way, isNullable] : {std::pair{"tick", true},
+                                          {"tick", false},
+                                          {"batch", true},
+                                          {"batch", false},
+                                          {"large batch", true},
+                                          {"large batch", false},
+                                          {"batch without notice", false},
+                                          {"insertion", true},
+                                          {"append", false},
+                                          {"update", false},
+                                          {"build", false}}) {
+        SCOPED_TRACE(testing::Message() << way << (isNullable ? "" : ", though it may not be"));
         Table table(QStringLiteral("options"), QString());
         table.addColumn(QStringLiteral("id"), FieldType::Integer, 0, false);
-        table.addColumn(QStringLiteral("strike"), FieldType::Integer64, 0);
+        table.addColumn(QStringLiteral("strike"), FieldType::Integer64, 0, isNullable);
         table.setMasterIndex(new MasterIndex_Column_Pure(&table, QStringLiteral("id")));
         ByStrike index(&table);
         const auto row = [&](int id) {

@@ -2,6 +2,7 @@
 
 #include <database/masterindex_fast.h>
 #include <database/tables/cellcompare.h>
+#include <database/tables/recordstrans.h>
 
 #include <algorithm>
 #include <atomic>
@@ -379,6 +380,41 @@ TEST_F(FoundByBytes, bySeveralThreads)
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_EQ(wrongOnes, 0);
+}
+
+// A feed's char[8] taken whole has zeros behind the name, and what was there before it.
+TEST_F(PrimaryKey, endsATextAtItsFirstZero)
+{
+    const auto named = [this](int number, char rest) {
+        QByteArray board = 'B' + QByteArray::number(number) + '\0' + "abcdefg";
+        board[board.indexOf('\0') + 1] = rest;
+        const Record record(&table);
+        record.data("Ticker").setValue(QString::fromLatin1(board.constData(), 8));
+        return record;
+    };
+    EXPECT_EQ(named(1, 'x').data("Ticker").toString().size(), 2);
+    for (const bool bytewise : {false, true}) {
+        SCOPED_TRACE(bytewise);
+        MasterIndex *key = nullptr;
+        if (bytewise)
+            key = new MasterIndex_Fast_Pure(&table, QStringList{"Ticker"});
+        else
+            key = new MasterIndex_Column_Pure(&table, QString("Ticker"));
+        table.clear();
+        table.setMasterIndex(key);
+        for (const char rest : {'x', 'y', '\0'}) {
+            RecordsTrans batch(&table);
+            for (int i = 0; i < 500; ++i)
+                batch.upsertRow(named(i, rest)).field(8).setValue(int(rest));
+            const TableUpdate bracket(table);
+            batch.execute();
+        }
+        EXPECT_EQ(table.rowCount(), 500);
+        int lost = 0;
+        for (int i = 0; i < 500; ++i)
+            lost += key->findRecord('B' + QString::number(i)).isNull();
+        EXPECT_EQ(lost, 0);
+    }
 }
 
 TEST_F(PrimaryKey, keepsTheOrderOfArrivalWithoutKey)

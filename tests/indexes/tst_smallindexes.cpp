@@ -5,6 +5,7 @@
 #include <database/indexes/watchindex.h>
 
 #include <algorithm>
+#include <random>
 
 namespace
 {
@@ -56,6 +57,40 @@ TEST(IndexLimit, dropsItsFirstRecordsForABatchThatExceedsTheLimit)
     }
 }
 
+// As if each record were put into the list when it is looked at.
+TEST(IndexLimit, addsToTheRemovalsAsAPlainModelDoes)
+{
+    std::mt19937 random(6);
+    const auto below = [&](int n) { return int(random() % unsigned(n)); };
+    for (int step = 0; step < 200; ++step) {
+        QuoteTable table;
+        CheapestFirst index(20, &table);
+        for (int i = 0; i < 20; ++i)
+            table.append(below(15), below(10)); // some keys twice
+        QList<Record> removed, updated;
+        for (const Record &record : *table.masterIndex()) {
+            if (const int choice = below(4); choice < 2)
+                (choice ? removed : updated).append(record);
+        }
+        QList<Record> expected = removed;
+        const int delta = below(25);
+        for (int i = 0; i < qMin(delta, index.count()); ++i) {
+            const auto hasItsKey = [&](const Record &other) {
+                return cellOf(other, kId) == cellOf(index.at(i), kId);
+            };
+            if (std::any_of(updated.begin(), updated.end(), hasItsKey) ||
+                std::any_of(expected.begin(), expected.end(), hasItsKey))
+                continue;
+            const auto place = std::upper_bound(
+                expected.begin(), expected.end(), index.at(i),
+                [](const Record &a, const Record &b) { return cellOf(a, kId) < cellOf(b, kId); });
+            expected.insert(place, index.at(i));
+        }
+        EXPECT_EQ(index.toRemove(delta, removed, updated), delta > 0 ? qMin(delta, 20) : 20);
+        ASSERT_EQ(removed, expected) << "step " << step;
+    }
+}
+
 /// Listed rows by price.
 class PriceVector : public IndexVector
 {
@@ -90,6 +125,21 @@ TEST(IndexVector, keepsListedRowsByPriceAndEqualOnesAsTheyCame)
     EXPECT_EQ(idsOf(index.records()), (Ids{5, 4, 2, 0}));
 }
 
+// Of 1 2 3 4 the middle two rise past the last: neither may be placed by where the other stood.
+TEST(IndexVector, ascendsAfterABatchThatMovesNeighbours)
+{
+    QuoteTable table;
+    PriceVector index(&table);
+    table.appendAll({1, 2, 3, 4});
+    RecordsTrans batch(&table);
+    batch.updateRow(table.at(1)).field(kPrice).setValue(10);
+    batch.updateRow(table.at(2)).field(kPrice).setValue(11);
+    batch.execute();
+    EXPECT_EQ(idsOf(index.records()), (Ids{0, 3, 1, 2}));
+    EXPECT_EQ(index.search(Record(), -1), -1);
+    EXPECT_FALSE(index.contains(Record()));
+}
+
 TEST(WatchIndex, notesWhatHappenedSinceItWasCleared)
 {
     QuoteTable table;
@@ -115,6 +165,47 @@ TEST(WatchIndex, notesWhatHappenedSinceItWasCleared)
     index.clear();
     EXPECT_TRUE(index.added().isEmpty() && index.removed().isEmpty() && index.updated().isEmpty());
     EXPECT_EQ(refCountOf(gone), 1);
+}
+
+// The lists as they would be if every event were carried out on them at once.
+TEST(WatchIndex, keepsItsListsAsAPlainModelDoes)
+{
+    std::mt19937 random(5);
+    const auto below = [&](int n) { return int(random() % unsigned(n)); };
+    QuoteTable table;
+    WatchIndex index(&table);
+    QList<Record> rows, added, removed, updated;
+    for (int i = 0; i < 12; ++i)
+        rows.append(table.row(i));
+    for (int step = 0; step < 3000; ++step) {
+        const Record &record = rows.at(below(rows.size()));
+        switch (below(8)) {
+        case 0:
+            index.update(record, 0, 1, -1);
+            updated.append(record);
+            break;
+        case 1:
+            ASSERT_EQ(index.removed(), removed) << step;
+            ASSERT_EQ(index.contains(record), added.contains(record) || updated.contains(record));
+            break;
+        case 2:
+            if (below(20) == 0) {
+                index.clear();
+                added = removed = updated = {};
+            }
+            break;
+        case 3:
+        case 4:
+            index.add(record);
+            (removed.removeOne(record) ? updated : added).append(record);
+            break;
+        default:
+            index.remove(record, -1);
+            removed.append(record);
+        }
+        ASSERT_EQ(index.added(), added) << step;
+        ASSERT_EQ(index.updated(), updated) << step;
+    }
 }
 
 } // namespace

@@ -155,7 +155,7 @@ protected:
 
     void checkOrder()
     {
-        ASSERT_TRUE(index.list().verify());
+        ASSERT_TRUE(index.verify());
         Ids expected;
         for (const Row *row : order)
             expected.push_back(cellOf(row->record, kId));
@@ -231,6 +231,8 @@ INSTANTIATE_TEST_SUITE_P(
             Scenario{"several_chunks", 25000, 12, 2000, 300},
             Scenario{"ticks", 2000, 1500, 1, 3000},
             Scenario{"ticks_among_equals", 500, 1500, 1, 4, Random, true},
+            Scenario{"ticks_among_many_equals", 3000, 800, 1, 2, Random, true},
+            Scenario{"batches_among_many_equals", 3000, 300, 6, 2},
             Scenario{"ticks_across_chunks", 25000, 100, 1, 30000},
             Scenario{"a_large_table", 100000, 4, 2000, 1000000, Ascending, false, true}),
         ::testing::Bool()),

@@ -127,25 +127,110 @@ TEST_F(SortKeys, orderBytesAsMemoryDoes)
     });
 }
 
-TEST_F(SortKeys, areOffWhereValuesHaveNoOrderOfNumbers)
+TEST_F(SortKeys, areOffForColumnsWithoutNumbers)
 {
     SortKey key;
     key.setColumns(table, {kPrecise}, Qt::AscendingOrder);
     EXPECT_FALSE(key.isOn());
-    const Record odd = row();
-    odd.data(kDouble).setValue(std::numeric_limits<double>::quiet_NaN());
-    odd.data(kDecimal).setValue(decimal::fromParts(5, 3));
-    const Record plain(&table);
-    plain.data(kDecimal).setValue(decimal::fromParts(5, 2));
-    for (const int column : {kDouble, kDecimal}) {
-        key.setColumns(table, {column}, Qt::AscendingOrder);
-        key.learn(plain.row());
-        EXPECT_TRUE(key.isOn());
-        EXPECT_FALSE(key.covers(odd.row()));
-        EXPECT_TRUE(key.learn(odd.row()));
-        EXPECT_FALSE(key.isOn());
-        key.reset();
-        EXPECT_TRUE(key.isOn());
+}
+
+// Whatever the scale, and as one value for equal ones, also beside the word's last bits.
+TEST_F(SortKeys, orderDecimalsOfAllScales)
+{
+    std::vector<decimal> values;
+    for (const qint64 mantissa :
+         {Q_INT64_C(0), Q_INT64_C(1), Q_INT64_C(9), Q_INT64_C(10), Q_INT64_C(99), Q_INT64_C(1250),
+          decimal::kMaxMantissa - 1, decimal::kMaxMantissa, decimal::kMinMantissa}) {
+        for (const int scale : {decimal::kMinScale, -1, 0, 1, 2, 16, 17, decimal::kMaxScale}) {
+            values.push_back(decimal::fromParts(mantissa, short(scale)));
+            values.push_back(decimal::fromParts(-mantissa, short(scale)));
+        }
+    }
+    for (int i = 0; i < 60; ++i) {
+        const short scale = short(below(6));
+        values.push_back(decimal::fromParts(below(2000000) - 1000000, scale));
+        decimal same = values.back();
+        same.setScale(short(scale + 3));
+        values.push_back(same);
+    }
+    SortKey key;
+    key.setColumns(table, {kDecimal}, Qt::AscendingOrder);
+    QList<Record> rows;
+    int changed = 0;
+    for (const decimal &value : values) {
+        rows.append(Record(&table));
+        rows.last().data(kDecimal).setValue(value);
+        changed += key.learn(rows.last().row());
+    }
+    EXPECT_EQ(changed, 1);
+    int shared = 0;
+    for (const Record &a : qAsConst(rows)) {
+        ASSERT_TRUE(key.covers(a.row()));
+        ASSERT_NE(key(a.row()), 0u) << "NULL's";
+        for (const Record &b : qAsConst(rows)) {
+            const int order = compareCells(*table.columnDef(kDecimal), a, b);
+            const quint64 x = key(a.row());
+            const quint64 y = key(b.row());
+            ASSERT_TRUE(order == 0 ? x == y : x == y || (x < y) == (order < 0))
+                << a.data(kDecimal).toString().toStdString() << ' '
+                << b.data(kDecimal).toString().toStdString();
+            shared += x == y && order != 0;
+        }
+    }
+    EXPECT_GT(shared, 0) << "the largest two mantissas";
+    key.reset();
+    EXPECT_FALSE(key.learn(rows.first().row())) << "begins with one scale anew";
+}
+
+TEST_F(SortKeys, putNanBehindInfinity)
+{
+    SortKey key;
+    key.setColumns(table, {kDouble}, Qt::AscendingOrder);
+    quint64 before = 0;
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const double value : {-infinity, -1.5, 0.0, 1e300, infinity, nan}) {
+        const Record record(&table);
+        record.data(kDouble).setValue(value);
+        EXPECT_FALSE(key.learn(record.row())) << value;
+        EXPECT_TRUE(key.covers(record.row())) << value;
+        EXPECT_GT(key(record.row()), before) << value;
+        before = key(record.row());
+        record.data(kDouble).setValue(-value); // of NaN the sign
+        EXPECT_EQ(key(record.row()) == before, std::isnan(value) || value == 0);
+    }
+}
+
+// As setNull() and rows that were there before their columns leave it.
+TEST_F(SortKeys, takePresenceFromTheRowWhateverTheColumnAllows)
+{
+    const std::pair<QList<int>, int> cases[] = {
+        {{kNumber}, kNumber}, {{kBoard, kNumber}, kNumber}, {{kBoard, kNumber}, kBoard}};
+    for (const auto &[columns, nulled] : cases) {
+        SortKey key;
+        key.setColumns(table, columns, Qt::AscendingOrder);
+        QList<Record> rows;
+        for (int i = 0; i < 60; ++i) {
+            rows.append(Record(&table));
+            rows.last().data(kBoard).setValue(QString(QChar('A' + i % 3)));
+            rows.last().data(kNumber).setValue(i % 20 - 10);
+            if (i % 7 == 6)
+                rows.last().data(nulled).setNull();
+            key.learn(rows.last().row());
+        }
+        for (const Record &record : qAsConst(rows))
+            ASSERT_TRUE(key.covers(record.row()));
+        for (const Record &a : qAsConst(rows)) {
+            for (const Record &b : qAsConst(rows)) {
+                int order = 0;
+                for (const int column : columns)
+                    order = order ? order : compareCells(*table.columnDef(column), a, b);
+                const quint64 x = key(a.row());
+                const quint64 y = key(b.row());
+                ASSERT_TRUE(x == y || (x < y) == (order < 0)) << a.dump(false).toStdString() << '\n'
+                                                              << b.dump(false).toStdString();
+            }
+        }
     }
 }
 

@@ -72,6 +72,19 @@ TEST(TableIOTest, savesTheBytesOfTheDocumentedExample)
     EXPECT_TRUE(stream.atEnd());
 }
 
+TEST(TableIOTest, endsATextAtItsFirstZero)
+{
+    QByteArray bytes = example();
+    const int text = bytes.indexOf(QByteArray::fromHex("41004200"));
+    bytes[text] = '\0'; // 0 and "B"
+    Table table("t", QString());
+    MemoryStream stream(bytes);
+    TableIO(&table).read(stream, true);
+    EXPECT_EQ(table.data(0, 1).toString(), "");
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(table.data(0, 1).bytes()), 4),
+              QByteArray(4, '\0'));
+}
+
 TEST(TableIOTest, presenceBitsTakeAByteForEveryEightColumns)
 {
     for (const int columns : {0, 1, 8, 9}) {

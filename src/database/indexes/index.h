@@ -25,6 +25,11 @@ class Table;
 /// A batch that an index submits to its own table meanwhile is queued, so an index never sees a
 /// second batch inside process().
 ///
+/// add(), remove() and update() are for single records (Table::appendRow(), remove(), updated()).
+/// What a batch calls besides process(), and what build() does, each class says: here process() is
+/// made of them, lists and vectors build themselves by add(), sorted indexes do without. A class
+/// that is to hear of every record overrides process() and build() as well.
+///
 /// Filled by build(), then kept current by the table only. The application owns an index. The time
 /// figures are counters without order to anything else.
 class DATABASE_EXPORT Index

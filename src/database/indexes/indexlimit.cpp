@@ -4,6 +4,8 @@
 #include "database/tables/table.h"
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 IndexLimit::IndexLimit(int limit, Table *table)
     : IndexSort(table, true)
@@ -31,15 +33,26 @@ int IndexLimit::toRemove(int delta, QList<Record> &removed, const QList<Record> 
     const int excess = held + delta - m_limit;
     if (excess < 1 || held < 1)
         return held;
-    const MasterIndex *master = table()->masterIndex();
+    const IndexSort::LessThan before(table()->masterIndex());
     const int examined = qMin(excess, held);
+    std::vector<Record> leaving;
+    leaving.reserve(size_t(examined));
     auto candidate = begin();
     for (int i = 0; i < examined; ++i, ++candidate) {
-        if (containsRecord(removed, *candidate) || containsRecord(updated, *candidate))
-            continue;
-        const auto place = std::upper_bound(removed.begin(), removed.end(), *candidate,
-                                            IndexSort::LessThan(master));
-        removed.insert(place, *candidate);
+        if (!containsRecord(removed, *candidate) && !containsRecord(updated, *candidate))
+            leaving.push_back(*candidate);
     }
+    if (leaving.empty())
+        return examined;
+    // One by one they would shift the list for each. Of several with one key the first goes.
+    if (!std::is_sorted(leaving.begin(), leaving.end(), before))
+        std::stable_sort(leaving.begin(), leaving.end(), before);
+    const auto isSame = [&](const Record &a, const Record &b) { return !before(a, b); };
+    leaving.erase(std::unique(leaving.begin(), leaving.end(), isSame), leaving.end());
+    QList<Record> all;
+    all.reserve(removed.size() + int(leaving.size()));
+    std::merge(removed.cbegin(), removed.cend(), leaving.cbegin(), leaving.cend(),
+               std::back_inserter(all), before);
+    removed.swap(all);
     return examined;
 }

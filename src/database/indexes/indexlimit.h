@@ -19,7 +19,9 @@ public:
     /// Adds to \p removed the first records of this index, as many as the count now, changed by
     /// \p delta, exceeds the limit. Records that the batch removes or updates anyway count but are
     /// not added, so a batch that updates old records can leave the table above its limit. Both
-    /// lists are sorted by the master index, and \p removed stays so.
+    /// lists are sorted by the master index, and \p removed stays so. Of several first records with
+    /// one key one is added. O(k log k) comparisons for k records looked at, and one pass over
+    /// \p removed.
     /// \param delta  insertions minus removals of the batch
     /// \return the number of records looked at; count() when there is no excess
     virtual int toRemove(int delta, QList<Record> &removed, const QList<Record> &updated);

@@ -38,13 +38,24 @@ void IndexList::clear()
 
 void IndexList::build()
 {
+    refill([this](const Record &record) { add(record); });
+}
+
+void IndexList::collect()
+{
+    refill([this](const Record &record) { m_list.append(record); });
+}
+
+template<class Put>
+void IndexList::refill(Put put)
+{
     if (m_table->masterIndex() == this)
         return; // what it holds are the table's rows
     const TableLocker locker(*m_table);
     m_list.clear(); // building twice must not hold a row twice
     for (const Record &record : *m_table->masterIndex()) {
         if (filter(record))
-            m_list.append(record);
+            put(record);
     }
 }
 

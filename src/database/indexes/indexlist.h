@@ -19,7 +19,7 @@ public:
 
     void clear() override;
     /// Holds afterwards what filter() accepts of the table's rows, in the order of the master
-    /// index. Takes the table's lock.
+    /// index, each by way of add(). Takes the table's lock.
     void build() override;
     void add(const Record &record) override;
     /// Takes out the record at \p index if it stands there, else wherever indexOf() finds it.
@@ -54,10 +54,15 @@ protected:
     /// while another thread updates the table, and not in a bracket or by IndexCloser, calls it
     /// first of all in its destructor.
     void leaveTable() { m_registration.leave(); }
+    /// Fills the list as build() does, but without add().
+    void collect();
 
     PartitionList<Record> m_list;
 
 private:
+    template<class Put>
+    void refill(Put put);
+
     Table *m_table; // borrowed
     IndexRegistration m_registration;
 };

@@ -7,8 +7,12 @@
 #include "database/indexes/sortbatch.h"
 #include "database/indexes/sortsweep.h"
 #include "database/indexes/tablelocker.h"
+#include "database/indexes/tieranks.h"
+#include "database/tables/rowlayout.h"
+#include "database/tables/table.h"
 
 #include <algorithm>
+#include <new>
 
 IndexSort::IndexSort(Table *table, bool addToTable)
     : IndexList(table, addToTable)
@@ -27,25 +31,52 @@ QString IndexSort::getClassName() const
 
 void IndexSort::setColumns(const QList<int> &sorted, const QList<int> &others, Qt::SortOrder order)
 {
-    m_aid = std::make_unique<SortAid>(m_list);
+    for (const int column : sorted + others) {
+        if (column < 0 || column >= table()->columnCount())
+            throw QStringLiteral("Column %1 not found in table '%2' to sort an index by.")
+                .arg(QString::number(column), table()->name());
+    }
+    forgetColumns();
+    if (sorted.isEmpty() && others.isEmpty())
+        return;
+    auto aid = std::make_unique<SortAid>(m_list);
     for (const QList<int> &columns : {sorted, others})
-        m_aid->columns.insert(m_aid->columns.end(), columns.begin(), columns.end());
+        aid->columns.insert(aid->columns.end(), columns.begin(), columns.end());
     if (!sorted.isEmpty())
-        m_aid->key.setColumns(*table(), sorted, order);
+        aid->key.setColumns(*table(), sorted, order);
+    aid->toldBy = &typeid(*this);
+    m_aid = std::move(aid);
+    if (count() > 0)
+        IndexSort::resort();
 }
 
 void IndexSort::setKeyBytes(const QList<int> &read, qint64 offset, qint64 length)
 {
+    constexpr qint64 kWord = 8;
+    if (offset % kWord != 0 || length % kWord != 0 || length < 0 ||
+        (length > 0 &&
+         (offset < kRowHeaderSize || offset + length > kRowHeaderSize + table()->rowLength())))
+        throw QStringLiteral("Bytes %1..%2 are no cells of table '%3' to sort an index by.")
+            .arg(QString::number(offset), QString::number(offset + length), table()->name());
     setColumns({}, read);
-    if (length <= 0)
+    if (length == 0 || !m_aid)
         return;
     m_aid->key.setBytes(offset, length);
-    m_aid->bytesClass = &typeid(*this);
+    m_aid->isBytes = true;
+    if (count() > 0)
+        IndexSort::resort();
+}
+
+void IndexSort::forgetColumns()
+{
+    m_notes.clear();
+    m_aid.reset();
 }
 
 bool IndexSort::reads(int colFrom, int colTo) const
 {
-    return !m_aid || m_aid->reads(colFrom, colTo);
+    const SortAid *const told = aid();
+    return !told || told->reads(colFrom, colTo);
 }
 
 // Searches ----------------------------------------------------------------------------------------
@@ -63,27 +94,41 @@ Record IndexSort::find(const Record &key, int from) const
 int IndexSort::search(const Record &key, int from) const
 {
     const int first = qMax(from, -1) + 1;
-    if (first >= count())
+    if (first >= count() || key.isNull())
         return -1;
     quint64 digest;
-    if (comparesDigests() && m_aid->guides() && m_aid->key.read(key.row(), &digest))
+    const SortAid *const told = aid();
+    if (!told || !told->guides() || !told->key.read(key.row(), &digest))
+        return searchComparing(key, first);
+    if (comparesDigests())
         return searchByDigest(digest, key, first);
-    const int position = bound(key, Side::Before, first, count());
-    return position < count() && compare(m_list.at(position), key) == 0 ? position : -1;
+    const int position =
+        boundAmong({digest, told->guide.range(digest), first, count()}, key, Side::Before);
+    if (isMatch(position, digest, key))
+        return position;
+    return contradicts(key, position, first) ? searchComparing(key, first) : -1;
 }
 
 int IndexSort::searchLast(const Record &key, int from) const
 {
     const int first = qMax(from, -1) + 1;
-    const int last = first < count() ? upperBound(key, first, count()) - 1 : -1;
-    return last >= first && compare(m_list.at(last), key) == 0 ? last : -1;
+    if (first >= count() || key.isNull())
+        return -1;
+    const int last = upperBound(key, first, count()) - 1;
+    if (last < first)
+        return -1;
+    quint64 digest;
+    const SortAid *const told = aid();
+    const bool guided = told && told->guides() && told->key.read(key.row(), &digest);
+    const bool found = guided ? isMatch(last, digest, key) : compare(m_list.at(last), key) == 0;
+    return found ? last : -1;
 }
 
 int IndexSort::searchFull(const Record &key, int from) const
 {
     int steps = 0;
     const int first = qMax(from, -1) + 1;
-    if (first >= count())
+    if (first >= count() || key.isNull())
         return -1;
     const auto last = m_list.end();
     for (auto element = m_list.iteratorAt(first); element != last; ++element, ++steps) {
@@ -100,6 +145,8 @@ int IndexSort::indexOfAdd(const Record &record) const
 
 int IndexSort::indexOf(const Record &record) const
 {
+    if (record.isNull())
+        return -1;
     const int position = findByKey(record);
     return position != -1 ? position : IndexList::indexOf(record);
 }
@@ -110,22 +157,29 @@ int IndexSort::indexOf(const Record &record) const
 // of the two; both are positions before the change, -1 stands for none.
 void IndexSort::follow(int removed, int inserted, const Record &record)
 {
-    if (!m_aid)
+    SortAid *const told = aid();
+    if (!told)
         return;
-    const int before = count() + int(removed != -1) - int(inserted != -1);
-    const bool learned = inserted != -1 && m_aid->key.learn(record.row());
-    if (learned || m_aid->guide.count() != before || !m_aid->key.isOn()) {
-        m_aid->setUp();
-        return;
+    try {
+        const int before = count() + int(removed != -1) - int(inserted != -1);
+        const bool learned = inserted != -1 && told->key.learn(record.row());
+        if (learned || told->guide.count() != before || !told->key.isOn()) {
+            told->setUp();
+            return;
+        }
+        const SortGuide::Insertion insertion{inserted, told->key(record.row())};
+        told->guide.update(&removed, int(removed != -1), &insertion, int(inserted != -1),
+                           told->digestAt());
+    } catch (const std::bad_alloc &) {
+        told->guide.clear(); // the list has changed already, and can do without
     }
-    const SortGuide::Insertion insertion{inserted, m_aid->key(record.row())};
-    m_aid->guide.update(&removed, int(removed != -1), &insertion, int(inserted != -1),
-                        m_aid->digestAt());
 }
 
 void IndexSort::clear()
 {
     m_notes.clear();
+    m_ties.reset();
+    m_isMoved = false;
     IndexList::clear();
     if (m_aid)
         m_aid->reset();
@@ -134,7 +188,8 @@ void IndexSort::clear()
 void IndexSort::build()
 {
     const TableLocker locker(*table());
-    IndexList::build();
+    m_ties.reset();
+    collect();
     resort();
 }
 
@@ -144,56 +199,80 @@ void IndexSort::add(const Record &record)
     const int position = indexOfAdd(record);
     m_list.insert(position, record);
     follow(-1, position, m_list.at(position));
+    if (!settled(position))
+        distrust();
 }
 
 void IndexSort::remove(const Record &record, int index)
 {
     m_notes.clear();
-    if (index < 0 || m_list.at(index) != record)
-        index = indexOf(record);
-    if (index == -1 || index >= count())
-        return;
+    if (index < 0 || m_list.at(index) != record) {
+        Run scanned;
+        index = record.isNull() ? -1 : findByKey(record, &scanned);
+        rankTies(scanned);
+        if (index == -1)
+            index = IndexList::indexOf(record);
+    }
+    if (index != -1 && index < count())
+        takeOut(record, index);
+}
+
+// Takes out the record that stands at a position.
+void IndexSort::takeOut(const Record &record, int position)
+{
     // The argument may stand in the list.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
-    m_list.remove(index);
-    follow(index, -1, kept);
+    if (m_ties)
+        m_ties->forget(kept);
+    m_list.remove(position);
+    follow(position, -1, kept);
 }
 
 void IndexSort::removeRanges(const RangeSet<int> &ranges)
 {
     m_notes.clear();
+    m_ties.reset();
     IndexList::removeRanges(ranges);
-    if (m_aid)
-        m_aid->setUp();
+    if (SortAid *const told = aid())
+        told->setUp();
 }
 
 void IndexSort::move(int first, int last, int to)
 {
     m_notes.clear();
+    m_ties.reset();
+    m_isMoved = true;
     IndexList::move(first, last, to);
-    if (m_aid)
-        m_aid->setUp();
+    if (SortAid *const told = aid())
+        told->setUp();
 }
 
 void IndexSort::resort()
 {
     m_notes.clear();
-    if (m_aid) {
-        m_aid->reset();
-        m_aid->learn(m_list);
+    m_ties.reset();
+    m_isMoved = false;
+    SortAid *const told = aid();
+    if (told) {
+        told->reset();
+        told->learn(m_list);
     }
-    if (m_aid && m_aid->key.isOn()) {
-        resortByDigests();
-        m_aid->setUp();
-    } else {
+    if (!told || !told->key.isOn()) {
         PartitionList<Record>::FlatView view(m_list);
         ConcurrentSort::stableSortHelper(view.begin(), view.end(), LessThan(this));
+        return;
     }
+    resortByDigests();
+    if (contradictsSomewhere())
+        distrust();
+    else
+        told->setUp();
 }
 
 void IndexSort::resortByDigests()
 {
+    const SortAid &told = *aid();
     PartitionList<Record>::FlatView view(m_list);
     using Loose = std::remove_pointer_t<decltype(view.begin())>;
     struct Keyed {
@@ -204,12 +283,12 @@ void IndexSort::resortByDigests()
     ScratchVector<Keyed> buffer;
     keyed.reserve(size_t(view.count()));
     for (const Loose &handle : view)
-        keyed.push_back({m_aid->key(static_cast<const Record &>(handle).row()), handle});
+        keyed.push_back({told.key(static_cast<const Record &>(handle).row()), handle});
     sortByDigests(
         keyed, buffer,
         [this](const Keyed &a, const Keyed &b) { return compare(a.handle, b.handle) < 0; },
-        [this](const Keyed &each) {
-            m_aid->key.prefetchWhole(static_cast<const Record &>(each.handle).row());
+        [&](const Keyed &each) {
+            told.key.prefetchWhole(static_cast<const Record &>(each.handle).row());
         });
     std::transform(keyed.begin(), keyed.end(), view.begin(),
                    [](const Keyed &each) { return each.handle; });
@@ -223,10 +302,15 @@ void IndexSort::update(const Record &record, int, int, int index)
         return;
     }
     // A key unlike the others needs other digests, which the old key of this record may not have.
-    if (m_aid && m_aid->key.learn(record.row()))
-        m_aid->guide.clear();
-    if (index < 0 || m_list.at(index) != record)
-        index = findByKey(record);
+    if (SortAid *const told = aid()) {
+        if (told->key.learn(record.row()))
+            told->guide.clear();
+    }
+    if (index < 0 || m_list.at(index) != record) {
+        Run scanned;
+        index = findByKey(record, &scanned);
+        rankTies(scanned);
+    }
     if (index == -1) {
         index = IndexList::indexOf(record);
         if (index == -1) {
@@ -249,13 +333,17 @@ void IndexSort::settle(const Record &record, int index, bool behindEquals)
     const Record kept = record;
     int place = index + 1;
     // The place first, so that a comparison that throws leaves the record where it is.
-    if (index > 0 && compare(m_list.at(index - 1), kept) > 0)
+    if (index > 0 && order(m_list.at(index - 1), kept) > 0)
         place = upperBound(kept, 0, index);
-    else if (index + 1 < count() && (behindEquals || compare(kept, m_list.at(index + 1)) > 0))
+    else if (index + 1 < count() && (behindEquals || order(kept, m_list.at(index + 1)) > 0))
         place = upperBound(kept, index + 1, count());
+    if (m_ties)
+        m_ties->forget(kept);
     if (place != index + 1)
         m_list.move(index, place);
     follow(index, place, kept); // one that stays may have passed a signpost, too
+    if (!settled(place > index ? place - 1 : place))
+        distrust();
 }
 
 // Batches -----------------------------------------------------------------------------------------
@@ -268,8 +356,9 @@ bool IndexSort::noteOne(const Record &record, const Record &value)
 {
     SortAid::Tick tick;
     quint64 digest;
-    if (!m_aid || !m_aid->guides() || !m_aid->key.covers(value.row(), &tick.digest) ||
-        !m_aid->key.read(record.row(), &digest))
+    SortAid *const told = aid();
+    if (!told || !told->guides() || !told->key.covers(value.row(), &tick.digest) ||
+        !told->key.read(record.row(), &digest))
         return false;
     // What processOne() will look at is on its way while the record is searched for.
     tick.to = m_aid->guide.group(tick.digest);
@@ -278,9 +367,14 @@ bool IndexSort::noteOne(const Record &record, const Record &value)
     if (stretch)
         prefetch(stretch + (search.probe() - tick.to.first));
     tick.from = m_aid->guide.group(digest);
-    const int position = findAmong({digest, tick.from, 0, count()}, record);
+    constexpr int kMany = 64;
+    if (tick.from.last - tick.from.first > kMany && !filter(record))
+        return false; // it is not here, and not to be looked for among many
+    Run scanned;
+    const int position = findAmong({digest, tick.from, 0, count()}, record, &scanned);
     if (position == -1)
         return false;
+    rankTies(scanned);
     if (stretch)
         m_aid->prefetchNear(search, stretch, tick.to.first);
     if (!tick.rises(position) && !tick.falls(position)) {
@@ -298,7 +392,7 @@ bool IndexSort::noteOne(const Record &record, const Record &value)
 
 bool IndexSort::processOne(const Record &record)
 {
-    if (m_notes.size() != 1 || m_notes.front().row != record.row() || !m_aid || !m_aid->guides() ||
+    if (m_notes.size() != 1 || m_notes.front().row != record.row() || !aid() || !m_aid->guides() ||
         m_aid->tick.row != record.row())
         return false;
     SortAid::Tick &tick = m_aid->tick;
@@ -314,7 +408,7 @@ bool IndexSort::processOne(const Record &record)
     if (filter(record))
         settleTick(record, position);
     else
-        remove(record, position);
+        takeOut(record, position);
     return true;
 }
 
@@ -343,10 +437,17 @@ void IndexSort::settleTick(const Record &record, int index)
         place = boundAmong({tick.digest, tick.to, 0, index}, record, Side::Behind);
     else if (rises)
         place = boundAmong({tick.digest, tick.to, index + 1, count()}, record, Side::Behind);
+    if (m_ties)
+        m_ties->forget(record);
     if (place != index + 1)
         m_list.move(index, place);
-    m_aid->guide.move(tick.from, index, tick.to, place, tick.digest, m_aid->digestAt());
-    m_aid->assertGuides();
+    try {
+        m_aid->guide.move(tick.from, index, tick.to, place, tick.digest, m_aid->digestAt());
+    } catch (const std::bad_alloc &) {
+        m_aid->guide.clear(); // the list has changed already, and can do without
+    }
+    if ((m_ties || m_aid->isCheckDue()) && !settled(place > index ? place - 1 : place))
+        distrust();
 }
 
 void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &updated, int colFrom,
@@ -379,14 +480,16 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     const QList<Record> none;
     const bool moves = reads(colFrom, colTo);
     const bool onlyUpdates = removed.isEmpty() && inserted.isEmpty();
-    if (onlyUpdates && (!moves || updated.isEmpty()))
-        return;
-    const ProcessTiming timing(*this);
-    if (onlyUpdates && updated.size() == 1 && processOne(updated.first()))
-        return;
-    const QList<Record> &moved = moves ? updated : none;
-    if (SortSweep::suits(count(), removed.size() + moved.size() + inserted.size()))
-        SortSweep(*this, removed, moved, inserted).run();
-    else
-        SortBatch(*this, removed, moved, inserted).run();
+    const bool isPassedBy = onlyUpdates && (!moves || updated.isEmpty());
+    if (!isPassedBy) {
+        const ProcessTiming timing(*this);
+        const QList<Record> &moved = moves ? updated : none;
+        if (!onlyUpdates || updated.size() != 1 || !processOne(updated.first())) {
+            if (SortSweep::suits(count(), removed.size() + moved.size() + inserted.size()))
+                SortSweep(*this, removed, moved, inserted).run();
+            else
+                SortBatch(*this, removed, moved, inserted).run();
+        }
+    }
+    assertOrder(isPassedBy);
 }

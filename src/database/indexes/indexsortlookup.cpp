@@ -3,6 +3,7 @@
 #include "database/indexes/indexsort.h"
 #include "database/indexes/sortaid.h"
 #include "database/indexes/spreadsort.h"
+#include "database/indexes/tieranks.h"
 #include "database/services/concurrently.h"
 
 #include <QtCore/qalgorithms.h>
@@ -49,8 +50,8 @@ private:
 // Whether records whose digests are equal need not be compared.
 bool IndexSort::comparesDigests() const
 {
-    return m_aid && m_aid->key.isWhole() && m_aid->bytesClass &&
-           typeid(*this) == *m_aid->bytesClass;
+    const SortAid *const told = aid();
+    return told && told->isBytes && told->key.isWhole();
 }
 
 // The first position from..to - 1 whose record does not sort before the key, or whose record sorts
@@ -58,8 +59,9 @@ bool IndexSort::comparesDigests() const
 int IndexSort::bound(const Record &key, Side side, int from, int to) const
 {
     quint64 digest;
-    if (m_aid && m_aid->guides() && m_aid->key.read(key.row(), &digest))
-        return boundAmong({digest, m_aid->guide.range(digest), from, to}, key, side);
+    const SortAid *const told = aid();
+    if (told && told->guides() && told->key.read(key.row(), &digest))
+        return boundAmong({digest, told->guide.range(digest), from, to}, key, side);
     return m_list.partitionPoint(from, to, [&](const Record &element) {
         const int order = compare(element, key);
         return side == Side::Behind ? order <= 0 : order < 0;
@@ -92,6 +94,14 @@ int IndexSort::boundAmong(const Among &among, const Record &key, Side side) cons
         search.narrow(precedes, digest);
     }
     return search.place();
+}
+
+// search() by compare() alone.
+int IndexSort::searchComparing(const Record &key, int first) const
+{
+    const int position = m_list.partitionPoint(
+        first, count(), [&](const Record &element) { return compare(element, key) < 0; });
+    return position < count() && compare(m_list.at(position), key) == 0 ? position : -1;
 }
 
 // search() among the positions from..count() - 1 where equal digests are equal keys. Of a group
@@ -144,10 +154,11 @@ QList<Record> IndexSort::findAll(const QList<Record> &keys) const
 void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
 {
     KeySearch searches[kSideBySide];
-    const bool guided = m_aid && m_aid->guides();
+    const SortAid *const told = aid();
+    const bool guided = told && told->guides();
     for (int i = 0; i < n; ++i) {
         KeySearch &search = searches[i] = {};
-        if (!guided || !m_aid->key.read(keys[i].row(), &search.digest))
+        if (!guided || keys[i].isNull() || !m_aid->key.read(keys[i].row(), &search.digest))
             continue;
         const SortGuide::Range range = m_aid->guide.range(search.digest);
         search.first = range.first;
@@ -181,23 +192,25 @@ void IndexSort::findTile(const Record *keys, int n, QList<Record> &found) const
             found.append(find(keys[i], -1));
             continue;
         }
-        const Record &record = m_list.at(searches[i].probes.place());
+        const int place = searches[i].probes.place();
+        const Record &record = m_list.at(place);
         prefetchCells(record);
-        const bool matches = !record.isNull() && compare(record, keys[i]) == 0;
-        found.append(matches ? record : Record());
+        found.append(isMatch(place, searches[i].digest, keys[i]) ? record : Record());
     }
 }
 
 // The position of this very row where its key says that it stands, or -1.
-int IndexSort::findByKey(const Record &record) const
+// \param[out] scanned  the ties, when many had to be looked at one by one; may be null
+int IndexSort::findByKey(const Record &record, Run *scanned) const
 {
     quint64 digest;
-    if (m_aid && m_aid->guides() && m_aid->key.read(record.row(), &digest))
-        return findAmong({digest, m_aid->guide.range(digest), 0, count()}, record);
-    return findBehind(lowerBound(record), record);
+    const SortAid *const told = aid();
+    if (told && told->guides() && told->key.read(record.row(), &digest))
+        return findAmong({digest, told->guide.range(digest), 0, count()}, record, scanned);
+    return findBehind(lowerBound(record), record, scanned);
 }
 
-int IndexSort::findAmong(const Among &among, const Record &record) const
+int IndexSort::findAmong(const Among &among, const Record &record, Run *scanned) const
 {
     const SortGuide::Range &range = among.range;
     if (range.last - range.first <= kScanned) {
@@ -208,17 +221,27 @@ int IndexSort::findAmong(const Among &among, const Record &record) const
         const Record *const found = std::find(stretch, end, record);
         return found != end ? range.first + int(found - stretch) : -1;
     }
-    return findBehind(boundAmong(among, record, Side::Before), record);
+    // Mostly no other run with numbers reaches into the range.
+    const int position = m_ties ? m_ties->find(m_list, range.first, range.last, record) : -1;
+    if (position != -1)
+        return position;
+    return findBehind(boundAmong(among, record, Side::Before), record, scanned);
 }
 
 // The same among the records of its key, the first of which is known.
-int IndexSort::findBehind(int first, const Record &record) const
+int IndexSort::findBehind(int first, const Record &record, Run *scanned) const
 {
     const int probed = qMin(first + kProbes, count());
-    const int position = scanForRow(record, first, probed);
+    int position = scanForRow(record, first, probed);
     if (position != -1 || probed == count())
         return position;
-    return scanForRow(record, probed, upperBound(record, probed, count()));
+    const int last = upperBound(record, probed, count());
+    position = m_ties ? m_ties->find(m_list, first, last, record) : -1;
+    if (position != -1)
+        return position;
+    if (scanned && last - probed > kScanned)
+        *scanned = {first, last};
+    return scanForRow(record, probed, last);
 }
 
 /// Finds many rows by their keys.
@@ -237,7 +260,7 @@ public:
     {
         m_finds.found.resize(m_rows.size(), {-1, {}});
         m_finds.order.reserve(m_rows.size());
-        const SortAid *aid = m_index.m_aid.get();
+        const SortAid *aid = m_index.aid();
         if (aid && aid->guides()) {
             findGuided(*aid);
         } else {
@@ -333,12 +356,21 @@ private:
             const int last = probed < m_index.count()
                                  ? m_index.upperBound(record, probed, m_index.count())
                                  : probed;
-            const bool scanned = last - probed <= m_patience;
+            const TieRanks *const ties = m_index.m_ties.get();
+            const bool areMany = last - probed > kScanned;
+            position = ties ? ties->find(m_index.m_list, first, last, record) : -1;
+            // One that does not belong here is not looked for among many.
+            const bool isAbsent =
+                position == -1 && areMany && !m_rejectedToo && !m_index.filter(record);
+            const bool scanned = position == -1 && !isAbsent && last - probed <= m_patience;
             if (scanned) {
                 m_patience -= last - probed;
                 position = m_index.scanForRow(record, probed, last);
+                if (areMany)
+                    m_finds.scanned = {first, last};
             }
-            if (position == -1 && (!scanned || m_rejectedToo || m_index.filter(record)))
+            if (position == -1 && !isAbsent &&
+                (!scanned || m_rejectedToo || m_index.filter(record)))
                 m_wanted.push_back({record.row(), number});
         }
         m_finds.found[size_t(number)] = {position, {}};
@@ -388,11 +420,15 @@ QMap<Record, int> IndexSort::indexOfs(const QList<Record> &records) const
 {
     std::vector<const Record *> rows;
     rows.reserve(size_t(records.size()));
-    for (const Record &record : records)
-        rows.push_back(&record);
+    for (const Record &record : records) {
+        if (!record.isNull())
+            rows.push_back(&record);
+    }
     const std::vector<Found> found = findRows(rows, true).found;
     QMap<Record, int> result;
-    for (int i = 0; i < records.size(); ++i)
-        result.insert(records.at(i), found[size_t(i)].position);
+    if (rows.size() < size_t(records.size()))
+        result.insert(Record(), -1);
+    for (size_t i = 0; i < rows.size(); ++i)
+        result.insert(*rows[i], found[i].position);
     return result;
 }

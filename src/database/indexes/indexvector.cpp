@@ -30,6 +30,22 @@ void IndexVector::build()
     }
 }
 
+void IndexVector::process(const QList<Record> &removed, const QList<Record> &updated, int, int,
+                          const QList<Record> &inserted)
+{
+    const ProcessTiming timing(*this);
+    for (const QList<Record> *leaving : {&removed, &updated}) {
+        for (const Record &record : *leaving)
+            remove(record, -1);
+    }
+    for (const QList<Record> *coming : {&updated, &inserted}) {
+        for (const Record &record : *coming) {
+            if (filter(record))
+                add(record);
+        }
+    }
+}
+
 void IndexVector::add(const Record &record)
 {
     const auto place =
@@ -60,6 +76,8 @@ QString IndexVector::getClassName() const
 
 int IndexVector::search(const Record &key, int from) const
 {
+    if (key.isNull())
+        return -1;
     for (int i = qMax(from, -1) + 1; i < m_records.size(); ++i) {
         if (compare(key, m_records.at(i)) == 0)
             return i;

@@ -46,7 +46,9 @@ private:
     };
     // One thread alone waits for memory most of the time.
     static constexpr int kThreads = 4;
-    static constexpr int kManySteps = 8; // so many chunks are worth telling other threads
+    // So many chunks, and handles that come or leave, are worth telling other threads.
+    static constexpr int kManySteps = 8;
+    static constexpr int kManyChanges = 128;
 
     int piecesOf(const Step &step) const;
     void takeLeaving() noexcept;
@@ -126,7 +128,8 @@ void PartitionList<T>::Exchange::plan()
                                               pieceStart(step.total, step.pieces, j)));
         added += isNew ? step.pieces : step.pieces - 1;
     }
-    const bool isShared = m_fresh.empty() && m_steps.size() >= size_t(kManySteps);
+    const bool isShared = m_fresh.empty() && m_steps.size() >= size_t(kManySteps) &&
+                          leavers + arrivals >= kManyChanges;
     m_traces.resize(isShared ? kThreads : 1);
     for (Traces &traces : m_traces) {
         traces.segments.reserve(size_t(most) + 1);

@@ -36,6 +36,7 @@ public:
     void finish() noexcept
     {
         m_index.m_notes.clear();
+        m_index.m_ties.reset();
         if (!m_index.m_aid)
             return;
         m_index.m_aid->reset();

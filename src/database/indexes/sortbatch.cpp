@@ -3,10 +3,13 @@
 #include "database/indexes/concurrentsort.h"
 #include "database/indexes/sortaid.h"
 #include "database/indexes/spreadsort.h"
+#include "database/indexes/tieranks.h"
 #include "database/services/concurrently.h"
 
 #include <algorithm>
 #include <atomic>
+#include <limits>
+#include <new>
 
 namespace
 {
@@ -34,6 +37,7 @@ void SortBatch::run()
     gatherPending();
     findPlaces();
     apply();
+    check();
 }
 
 const Record &SortBatch::batchRecord(int slot) const
@@ -51,7 +55,7 @@ void SortBatch::askFilter()
         if (m_index.filter(record))
             m_new.push_back(&record);
     }
-    SortAid *const aid = m_index.m_aid.get();
+    SortAid *const aid = m_index.aid();
     if (!aid)
         return;
     // Rows already hold their new values. Where preprocess() has not seen them and they need other
@@ -104,7 +108,7 @@ void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
                           const QList<Record> &updated, const QList<Record> &inserted,
                           const QList<Record> &values)
 {
-    if (SortAid *aid = index.m_aid.get()) {
+    if (SortAid *aid = index.aid()) {
         bool changed = aid->learn(inserted);
         changed |= aid->learn(values);
         if (changed || !aid->guides())
@@ -114,6 +118,7 @@ void SortBatch::takeNotes(IndexSort &index, const QList<Record> &removed,
     // A record that belongs here but does not stand where its key says is searched for: its key has
     // changed behind the index's back. Nothing is noted when a comparison throws.
     IndexSort::Finds finds = index.findRows(rows, false);
+    index.rankTies(finds.scanned);
     index.m_notes.reserve(rows.size());
     for (size_t i = 0; i < rows.size(); ++i)
         index.m_notes.push_back({rows[i]->row(), finds.found[i]});
@@ -374,17 +379,54 @@ void SortBatch::apply()
         left =
             m_index.m_list.exchange(m_leaving, arrivals.data(), arrivals.data() + arrivals.size());
     }
-    moveSignposts();
+    try {
+        moveSignposts();
+    } catch (const std::bad_alloc &) {
+        m_index.m_aid->guide.clear(); // the list has changed already, and can do without
+    }
+}
+
+// Shows the index all records that came or may have another key where they are.
+void SortBatch::check()
+{
+    if (!m_index.aid() && !m_index.m_ties)
+        return;
+    if (TieRanks *const ties = m_index.m_ties.get()) {
+        for (const QList<Record> *records : {&m_removed, &m_updated}) {
+            for (const Record &record : *records)
+                ties->forget(record);
+        }
+    }
+    SortAid *const aid = m_index.aid();
+    const auto isSettled = [&](int position) {
+        return !(m_index.m_ties || (aid && aid->isCheckDue())) || m_index.settled(position);
+    };
+    bool agrees = true;
+    int shift = 0; // from a position before the batch to the one behind it
+    auto pending = m_pending.begin();
+    const auto comeUpTo = [&](int position) {
+        for (; pending != m_pending.end() && pending->position <= position; ++pending)
+            agrees = isSettled(pending->position + shift++) && agrees;
+    };
+    for (const Affected &affected : m_affected) {
+        comeUpTo(affected.position);
+        if (affected.leaves)
+            --shift;
+        else
+            agrees = isSettled(affected.position + shift) && agrees;
+    }
+    comeUpTo(std::numeric_limits<int>::max());
+    if (!agrees)
+        m_index.distrust();
 }
 
 void SortBatch::moveSignposts()
 {
-    SortAid *const aid = m_index.m_aid.get();
+    SortAid *const aid = m_index.aid();
     if (!aid)
         return;
     if (!m_aid) {
         aid->setUp();
-        aid->assertGuides();
         return;
     }
     // A record that stays may have passed a signpost: it counts as one that comes behind itself.
@@ -408,5 +450,4 @@ void SortBatch::moveSignposts()
     comeUpTo(m_index.count() + int(m_leaving.size()));
     aid->guide.update(removed.data(), int(removed.size()), inserted.data(), int(inserted.size()),
                       aid->digestAt());
-    aid->assertGuides();
 }

@@ -82,6 +82,7 @@ private:
     void findPlaces();
     void apply();
     void moveSignposts();
+    void check();
 
     IndexSort &m_index;
     const QList<Record> &m_removed;

@@ -312,8 +312,10 @@ SortGuide::Group SortGuide::groupAt(int b, int post, quint64 digest) const
     if (!skipEnd())
         return range;
     if (m_blocks[size_t(b)]->digests[post] == digest) { // rows that are equal may fill many groups
-        b = countUpTo(m_digests.data(), blocks, digest) - 1;
-        post = m_blocks[size_t(b)]->countUpTo(digest);
+        // Never back, also where rows were written unseen and posts do not rise: a range is one.
+        const int last = countUpTo(m_digests.data(), blocks, digest) - 1;
+        post = qMax(last > b ? 0 : post, m_blocks[size_t(qMax(b, last))]->countUpTo(digest));
+        b = qMax(b, last);
         if (!skipEnd())
             return range;
     }

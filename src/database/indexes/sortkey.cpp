@@ -1,8 +1,10 @@
 #include "database/indexes/sortkey.h"
 
+#include "database/decimal.h"
 #include "database/tables/rowlayout.h"
 #include "database/tables/table.h"
 
+#include <QtCore/qalgorithms.h>
 #include <QtCore/qsysinfo.h>
 
 #include <limits>
@@ -13,7 +15,6 @@ void SortKey::setColumns(const Table &table, const QList<int> &columns, Qt::Sort
     *this = SortKey();
     m_flip = order == Qt::DescendingOrder ? ~quint64(0) : 0;
     m_first = table.columnDef(columns.first());
-    m_nullable = m_first->nullable;
     m_near = m_far = kRowHeaderSize + m_first->offset;
     switch (m_first->type) {
     case FieldType::Integer:
@@ -39,8 +40,11 @@ void SortKey::setColumns(const Table &table, const QList<int> &columns, Qt::Sort
     m_kind = Kind::Bytes;
     for (const int number : columns) {
         const TableColumnDef &column = *table.columnDef(number);
-        if (&column != m_first && column.nullable)
-            break;
+        if (&column != m_first) {
+            if (column.nullable)
+                break;
+            m_parts.push_back({&column, m_bytes.size()});
+        }
         if (column.type == FieldType::VarChar)
             appendText(column);
         else if (column.type == FieldType::Integer)
@@ -50,6 +54,7 @@ void SortKey::setColumns(const Table &table, const QList<int> &columns, Qt::Sort
         else
             break;
     }
+    reset();
 }
 
 void SortKey::setBytes(qint64 offset, qint64 length)
@@ -59,6 +64,7 @@ void SortKey::setBytes(qint64 offset, qint64 length)
     m_near = m_far = offset;
     for (qint64 i = 0; i < length; ++i)
         m_bytes.push_back({int(offset + i), 0, 0, 0});
+    reset();
 }
 
 /// Code units in turn, of each the high byte first: texts are padded with zeros.
@@ -80,7 +86,11 @@ void SortKey::appendInteger(const TableColumnDef &column, int size)
 
 void SortKey::reset()
 {
-    m_off = m_learned = m_nulls = m_whole = false;
+    m_learned = m_nulls = m_whole = false;
+    if (m_kind == Kind::MixedDecimal)
+        m_kind = Kind::Decimal;
+    m_byteCount = m_bytes.size();
+    m_partCount = m_parts.size();
     m_digits.clear();
     m_agreed.clear();
     findLines();
@@ -100,20 +110,67 @@ bool SortKey::learn(const uchar *row)
         m_scale = scaleBits(row);
         return false;
     }
-    if (m_kind != Kind::Bytes) {
-        m_off = true;
+    if (m_kind == Kind::Decimal) {
+        m_kind = Kind::MixedDecimal;
         return true;
+    }
+    // NULL comes before all that a column's bytes can say: of the key that much is left.
+    for (size_t i = 0; i < m_partCount; ++i) {
+        if (isNull(row, *m_parts[i].column)) {
+            m_byteCount = m_parts[i].byte;
+            m_partCount = i;
+        }
     }
     widen(row);
     choose();
     return true;
 }
 
+/// A decimal's place among those of all scales: the place of its leading digit, then its digits as
+/// a fraction of seventeen, which together rise evenly. They are a number below 144 * 9 * 10^16,
+/// too large by a bit beside the sign: neighbours in the last digit may share a digest.
+quint64 SortKey::ofDecimal(qint64 word)
+{
+    constexpr int kDigits = 17;                   // of the largest mantissa
+    constexpr quint64 kFirst = 10000000000000000; // the least number of so many digits
+    static constexpr quint64 kPowers[kDigits + 1] = {1,
+                                                     10,
+                                                     100,
+                                                     1000,
+                                                     10000,
+                                                     100000,
+                                                     1000000,
+                                                     10000000,
+                                                     100000000,
+                                                     1000000000,
+                                                     10000000000,
+                                                     100000000000,
+                                                     1000000000000,
+                                                     10000000000000,
+                                                     100000000000000,
+                                                     1000000000000000,
+                                                     kFirst,
+                                                     10 * kFirst};
+    const decimal value = decimal::fromWord(word);
+    const qint64 mantissa = value.mantissa();
+    if (mantissa == 0)
+        return kSign;
+    const quint64 magnitude = quint64(mantissa < 0 ? -mantissa : mantissa);
+    const int guess =
+        int(64 - qCountLeadingZeroBits(magnitude)) * 1233 >> 12; // log10(2) of the bits
+    const int digits = guess + int(magnitude >= kPowers[guess]);
+    const quint64 place = quint64(digits - value.scale() - (1 - decimal::kMaxScale));
+    const quint64 distance =
+        (place * 9 * kFirst + (magnitude * kPowers[kDigits - digits] - kFirst)) / 2 + 1;
+    return mantissa < 0 ? kSign - distance : kSign + distance;
+}
+
 /// Takes a row's bytes into the ranges of values. A range that grows does so by its own length, so
 /// that keys which count upwards do not change all digests again and again; digits come in tens.
 void SortKey::widen(const uchar *row)
 {
-    for (Byte &byte : m_bytes) {
+    for (size_t i = 0; i < m_byteCount; ++i) {
+        Byte &byte = m_bytes[i];
         const int value = row[byte.offset] ^ byte.flip;
         const int low = byte.low;
         const int high = byte.high;
@@ -139,7 +196,8 @@ void SortKey::choose()
     m_agreed.clear();
     m_whole = !m_first;
     quint64 numbers = 1; // that the digits so far can write
-    for (const Byte &byte : m_bytes) {
+    for (size_t i = 0; i < m_byteCount; ++i) {
+        const Byte &byte = m_bytes[i];
         if (byte.low != byte.high) {
             const uint radix = uint(byte.high - byte.low) + 1;
             if (numbers > std::numeric_limits<quint64>::max() / radix) {

@@ -26,8 +26,13 @@ class Table;
 /// radix that is as large as the range of its values, as many as fit 64 bits. So digests tell most
 /// keys apart and lie evenly where keys do. The ranges are learned from the rows.
 ///
-/// What does not order like a digest (NaN, decimals of several scales) switches the key off until
-/// it is reset. Threads: as for a container.
+/// A row's presence bits say whether a cell is NULL, whatever its column allows: NULL comes before
+/// every value. Decimals of one scale are compared by their words; from the first one of another
+/// scale on they are brought to one map, which equal values of all scales share. NaN comes behind
+/// every number, as one value, though compareCells() finds it equal to everything: that is no order
+/// and cannot be kept, this one can.
+///
+/// Threads: as for a container.
 class SortKey
 {
 public:
@@ -39,7 +44,7 @@ public:
     void setBytes(qint64 offset, qint64 length);
 
     /// Whether there are digests.
-    bool isOn() const { return m_kind != Kind::None && !m_off; }
+    bool isOn() const { return m_kind != Kind::None; }
     /// Forgets what was learned from rows.
     void reset();
     /// Takes a row among those that the key covers. \return whether digests changed by that: those
@@ -57,6 +62,8 @@ public:
     {
         return read(row, digest) && (m_nulls || !isNull(row));
     }
+    /// Whether rows of different digests are never equal to compareCells(); NaN is, to all doubles.
+    bool isTotal() const { return m_kind != Kind::Double; }
     /// Whether the digests of covered rows are equal only where all bytes of their keys are.
     bool isWhole() const { return m_whole; }
     /// The digest of a row that the key covers.
@@ -75,12 +82,12 @@ public:
     void prefetchWhole(const uchar *row) const
     {
         prefetch(row);
-        if (m_nullable)
+        if (m_first)
             ::prefetch(row + kRowHeaderSize + m_first->nullOffset);
     }
 
 private:
-    enum class Kind { None, Integer, Integer64, Double, Decimal, Bytes };
+    enum class Kind { None, Integer, Integer64, Double, Decimal, MixedDecimal, Bytes };
 
     /// A byte of the key, in a row, and the values that it has been seen to take; xor with flip
     /// makes it order as an unsigned number.
@@ -89,6 +96,11 @@ private:
         uchar flip;
         uchar low;
         uchar high;
+    };
+    /// A column of the key behind the first one, and the first of its bytes.
+    struct Part {
+        const TableColumnDef *column; // borrowed from the table
+        size_t byte;
     };
     /// A digit of the number that is the digest.
     struct Digit {
@@ -115,14 +127,18 @@ private:
     }
     static quint64 ofDouble(double value)
     {
+        if (std::isnan(value))
+            return kNaN;
         const quint64 bits = load<quint64>(reinterpret_cast<const uchar *>(&value));
         return bits >> 63 ? ~bits : bits | kSign;
     }
+    static quint64 ofDecimal(qint64 word);
     quint64 ascending(const uchar *row) const;
     quint64 ofValue(const uchar *row) const;
-    bool isNull(const uchar *row) const
+    bool isNull(const uchar *row) const { return m_first && isNull(row, *m_first); }
+    static bool isNull(const uchar *row, const TableColumnDef &column)
     {
-        return m_nullable && !(row[kRowHeaderSize + m_first->nullOffset] & m_first->nullMask);
+        return !(row[kRowHeaderSize + column.nullOffset] & column.nullMask);
     }
     const uchar *cell(const uchar *row) const { return row + m_near; }
     quint8 scaleBits(const uchar *row) const { return load<quint64>(cell(row)) >> 56 & 0x7F; }
@@ -133,11 +149,10 @@ private:
     void findLines();
 
     static constexpr quint64 kSign = quint64(1) << 63;
+    static constexpr quint64 kNaN = Q_UINT64_C(0xFFF8000000000000); // above infinity's
 
     Kind m_kind = Kind::None;
-    quint64 m_flip = 0; // all bits where the order is descending
-    bool m_off = false;
-    bool m_nullable = false;                 // what the first column may be
+    quint64 m_flip = 0;                      // all bits where the order is descending
     bool m_learned = false;                  // whether a row was learned from
     bool m_whole = false;                    // whether bare bytes are all in the digits
     bool m_nulls = false;                    // whether one of them was NULL there
@@ -146,6 +161,9 @@ private:
     qint64 m_far = 0;                        // of the last one, or of the presence byte
     quint8 m_scale = 0;                      // of the decimals, as their words hold it
     std::vector<Byte> m_bytes;               // of the key, most significant first
+    size_t m_byteCount = 0;                  // of them, those before the first column with a NULL
+    std::vector<Part> m_parts;               // whose bytes are in m_bytes
+    size_t m_partCount = 0;                  // of them, those among the first m_byteCount bytes
     std::vector<Digit> m_digits;             // those of them that vary, as many as fit
     std::vector<Agreed> m_agreed;            // those before the last digit that do not
 };
@@ -169,6 +187,8 @@ inline quint64 SortKey::ofValue(const uchar *row) const
         return load<quint64>(cell(row)) ^ kSign;
     case Kind::Double:
         return ofDouble(load<double>(cell(row)) + 0.0); // the zeros are equal
+    case Kind::MixedDecimal:
+        return ofDecimal(load<qint64>(cell(row)));
     case Kind::Bytes:
     case Kind::None:
         break;
@@ -187,14 +207,14 @@ inline bool SortKey::read(const uchar *row, quint64 *digest) const
     }
     if (m_kind != Kind::Bytes) {
         *digest = ofValue(row) ^ m_flip;
-        if (m_kind == Kind::Decimal)
-            return m_learned && scaleBits(row) == m_scale;
-        return m_kind != Kind::Double || !std::isnan(load<double>(cell(row)));
+        return m_kind != Kind::Decimal || (m_learned && scaleBits(row) == m_scale);
     }
     quint64 differing = 0;
     for (const Agreed &agreed : m_agreed)
         differing |= (load<quint64>(row + agreed.offset) ^ agreed.value) & agreed.mask;
     bool inRange = m_learned && differing == 0;
+    for (size_t i = 0; i < m_partCount; ++i)
+        inRange &= !isNull(row, *m_parts[i].column);
     *digest = 0;
     for (const Digit &digit : m_digits) {
         const uint value = digit.read(row);

@@ -2,10 +2,12 @@
 
 #include "database/indexes/concurrentsort.h"
 #include "database/indexes/digestsort.h"
+#include "database/indexes/tieranks.h"
 #include "database/services/concurrently.h"
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 
 SortSweep::SortSweep(IndexSort &index, const QList<Record> &removed, const QList<Record> &updated,
                      const QList<Record> &inserted)
@@ -20,6 +22,7 @@ SortSweep::SortSweep(IndexSort &index, const QList<Record> &removed, const QList
 void SortSweep::run()
 {
     m_index.m_notes.clear();
+    m_index.m_ties.reset();
     match();
     lookAtList();
     lookAtOutsiders();
@@ -31,6 +34,7 @@ void SortSweep::run()
         rearrange();
     else
         exchange();
+    check();
 }
 
 void SortSweep::Cursor::seek(int position)
@@ -143,7 +147,7 @@ void SortSweep::match()
 template<class RecordAt, class Look>
 void SortSweep::lookAt(int n, RecordAt recordAt, Look look)
 {
-    const SortAid *const aid = m_index.m_aid.get();
+    const SortAid *const aid = m_index.aid();
     for (int i = 0; i < n; ++i) {
         if (aid && i + kAhead < n)
             aid->key.prefetchWhole(recordAt(i + kAhead).row());
@@ -154,7 +158,7 @@ void SortSweep::lookAt(int n, RecordAt recordAt, Look look)
 // A record that the key does not cover is learned: then all digests have to be read again.
 void SortSweep::readDigest(const Record &record, quint64 *digest)
 {
-    SortAid *const aid = m_index.m_aid.get();
+    SortAid *const aid = m_index.aid();
     if (!aid || !aid->key.isOn() || aid->key.covers(record.row(), digest))
         return;
     aid->key.learn(record.row());
@@ -168,7 +172,7 @@ void SortSweep::lookAtList()
 {
     constexpr int kTile = 8192;
     m_fates.resize(size_t(count()));
-    const SortAid *const aid = m_index.m_aid.get();
+    const SortAid *const aid = m_index.aid();
     if (aid && aid->key.isOn())
         m_digests.resize(size_t(count()));
     else
@@ -190,7 +194,7 @@ void SortSweep::lookAtList()
 // Of the records at some positions. Those that the key does not cover are left to coverAll().
 void SortSweep::readDigests(int from, int to)
 {
-    const SortAid *const aid = m_index.m_aid.get();
+    const SortAid *const aid = m_index.aid();
     if (!aid || !aid->key.isOn())
         return;
     std::atomic<bool> areCovered{true};
@@ -237,7 +241,7 @@ void SortSweep::coverAll()
             [this](int i) -> const Record & { return atNumber(m_coming[size_t(i)].source.number); },
             [this](size_t i, const Record &record) { readDigest(record, &m_coming[i].digest); });
     }
-    const SortAid *const aid = m_index.m_aid.get();
+    const SortAid *const aid = m_index.aid();
     if (aid && aid->key.isOn())
         m_key = &aid->key;
 }
@@ -379,12 +383,18 @@ template<class Stay, class Come>
 void SortSweep::merge(Stay stay, Come come)
 {
     auto stayer = m_staying.cbegin();
+    const auto keep = [&](int position) {
+        noteIfChanged(position, int(m_newList.size()));
+        stay(position);
+    };
     for (const Item &item : m_coming) {
         for (; stayer != m_staying.cend() && compare(*stayer, item) <= 0; ++stayer)
-            stay(*stayer);
+            keep(*stayer);
+        if (m_key && m_index.aid()->isCheckDue())
+            m_settled.push_back(int(m_newList.size()));
         come(item, stayer != m_staying.cend() ? *stayer : count());
     }
-    std::for_each(stayer, m_staying.cend(), stay);
+    std::for_each(stayer, m_staying.cend(), keep);
 }
 
 // The list changes --------------------------------------------------------------------------------
@@ -393,6 +403,8 @@ void SortSweep::merge(Stay stay, Come come)
 void SortSweep::rearrange()
 {
     if (m_coming.empty()) {
+        for (int position = 0; position < count(); ++position)
+            noteIfChanged(position, position);
         setSignposts([this](int position) { return m_digests[size_t(position)]; });
         return;
     }
@@ -441,6 +453,27 @@ void SortSweep::exchange()
     setSignposts([this](int position) { return m_newList[size_t(position)].digest; });
 }
 
+// Notes where a record that stays in the list will stand if it may have another key.
+void SortSweep::noteIfChanged(int before, int after)
+{
+    if (m_fates[size_t(before)] == MayStay && m_key && m_index.aid()->isCheckDue())
+        m_settled.push_back(after);
+}
+
+// Shows the index what it has not compared: records that came or changed stand where they do by
+// digests alone.
+void SortSweep::check()
+{
+    if (!m_key)
+        return;
+    for (const int position : m_settled) {
+        if (!m_index.settled(position)) {
+            m_index.distrust();
+            return;
+        }
+    }
+}
+
 void SortSweep::startNewList()
 {
     m_newList.clear();
@@ -457,11 +490,15 @@ void SortSweep::append(quint64 digest, uchar *row)
 template<class DigestAt>
 void SortSweep::setSignposts(DigestAt digestAt)
 {
-    SortAid *const aid = m_index.m_aid.get();
+    SortAid *const aid = m_index.aid();
     if (!aid)
         return;
     aid->guide.clear();
-    if (m_key)
-        aid->guide.build(count(), digestAt);
-    aid->assertGuides();
+    if (m_key) {
+        try {
+            aid->guide.build(count(), digestAt);
+        } catch (const std::bad_alloc &) {
+            aid->guide.clear(); // the list has changed already, and can do without
+        }
+    }
 }

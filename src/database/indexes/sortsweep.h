@@ -105,6 +105,8 @@ private:
     void rearrange();
     void exchange();
     void startNewList();
+    void noteIfChanged(int before, int after);
+    void check();
     void append(quint64 digest, uchar *row);
     template<class DigestAt>
     void setSignposts(DigestAt digestAt);
@@ -123,4 +125,5 @@ private:
     ScratchVector<int> m_staying;     // positions
     ScratchVector<Item> m_coming;     // first from outside the list, then from within
     ScratchVector<Item> m_newList;    // the list as it will be; before that, room to sort in
+    ScratchVector<int> m_settled;     // positions in it that check() looks at
 };

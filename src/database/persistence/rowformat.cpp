@@ -32,6 +32,8 @@ RowFormat::RowFormat(const QList<TableColumnDef> &columns)
     for (int i = 0; i < columns.size(); ++i) {
         const TableColumnDef &column = columns.at(i);
         m_cells.push_back(m_packedSize);
+        if (column.type == FieldType::VarChar)
+            m_texts.push_back({m_packedSize, column.length});
         appendSpan(m_spans, {m_packedSize, m_rowSize, column.size});
         m_packedSize += column.size;
         m_rowSize += roundedCell(column.size);
@@ -77,6 +79,8 @@ int RowFormat::dropMalformed(uchar *packed) const
     int dropped = 0;
     if (m_lastBits != 0)
         packed[m_packedSize - 1] &= m_lastBits;
+    for (const Text &text : m_texts)
+        FieldType::padString(packed + text.offset, text.length);
     for (const Checked &checked : m_checked) {
         uchar &presence = packed[m_bitmapOffset + checked.column / 8];
         const unsigned mask = 1u << (checked.column % 8);

@@ -35,8 +35,9 @@ public:
     void unpack(uchar *data, const uchar *packed) const;
 
     /// Makes those cells of a packed row NULL whose bytes no program of ours wrote: digits that are
-    /// none, lists longer than they can be. The other types have a value for any bytes. Presence
-    /// bits without a column are cleared, and so is the byte that an extended decimal does not use.
+    /// none, lists longer than they can be. The other types have a value for any bytes; of texts
+    /// what lies behind their first 0 unit is cleared, as keys are compared by bytes. Presence bits
+    /// without a column are cleared, and so is the byte that an extended decimal does not use.
     /// \return the number of cells made NULL
     int dropMalformed(uchar *packed) const;
 
@@ -49,9 +50,15 @@ private:
         bool isList; // else an extended decimal
     };
 
+    struct Text {
+        qint64 offset; // in a packed row
+        int length;
+    };
+
     std::vector<qint64> m_cells;
     std::vector<RowSpan> m_spans;
     std::vector<Checked> m_checked; // the columns that may be malformed
+    std::vector<Text> m_texts;
     qint64 m_packedSize = 0;
     qint64 m_rowSize = 0;
     qint64 m_bitmapOffset = 0;

@@ -66,6 +66,11 @@ constexpr bool isCellInteger =
 ///
 /// Borrows the column and the row: valid while both live and the table's columns do not change.
 /// Copying a Field copies the view, not the value. Nothing is written when a conversion throws.
+///
+/// Writing a cell of a row that a table holds tells nobody. Indexes that sort by the cell, or
+/// filter by it, have to be told by Table::updated() before anything else is asked of them; until
+/// then the row stands where its old value belongs, and searches go astray. Batches (RecordsTrans)
+/// do that by themselves. The same goes for setNull() and what is written through bytes().
 class DATABASE_EXPORT Field
 {
 public:
@@ -84,7 +89,7 @@ public:
     void setNull() { *m_presence = uchar(*m_presence & ~m_mask); }
 
     /// The value's bytes as they lie in the row, column()->size of them. Whoever writes them marks
-    /// the cell with setPresent() as well.
+    /// the cell with setPresent() as well, and leaves only 0 units behind the end of a text.
     const uchar *bytes() const { return m_value; }
     uchar *bytes() { return m_value; }
     void setPresent() { *m_presence = uchar(*m_presence | m_mask); }

@@ -5,7 +5,6 @@
 #include "database/values/datetime.h"
 #include "database/xdecimal.h"
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -91,13 +90,24 @@ QString FieldType::getStaticString(const uchar *cell, int maxLength)
 
 void FieldType::setString(uchar *cell, int length, const ushort *units, int count)
 {
-    // What stands behind a 0 unit belongs to no value, and would still be compared by byte keys.
-    const int copied = int(std::find(units, units + qMax(0, qMin(length, count)), 0) - units);
-    if (copied > 0)
-        std::memcpy(cell, units, size_t(copied) * sizeof(ushort));
+    const int most = qMin(length, count);
+    auto *const to = reinterpret_cast<ushort *>(cell);
+    int copied = 0;
+    for (; copied < most && units[copied] != 0; ++copied)
+        to[copied] = units[copied];
     if (copied < length)
         std::memset(cell + size_t(copied) * sizeof(ushort), 0,
                     size_t(length - copied) * sizeof(ushort));
+}
+
+void FieldType::padString(uchar *cell, int length)
+{
+    const auto isZero = [=](int unit) { return (cell[2 * unit] | cell[2 * unit + 1]) == 0; };
+    int end = 0;
+    while (end < length && !isZero(end))
+        ++end;
+    if (end < length)
+        std::memset(cell + size_t(end) * sizeof(ushort), 0, size_t(length - end) * sizeof(ushort));
 }
 
 void FieldType::setString(uchar *cell, int length, const QStringRef &text)

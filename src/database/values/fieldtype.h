@@ -8,8 +8,10 @@
 /// name, and the raw UTF-16 cells of text columns.
 ///
 /// A VarChar cell of length n is n UTF-16 units without length prefix; the value ends at the first
-/// 0 unit or at n units. Writing always pads with 0 units, so that a shorter value never leaves old
-/// characters behind and cells can be compared byte by byte.
+/// 0 unit or at n units. Writing always ends there and pads with 0 units, so that neither a shorter
+/// value nor a 0 inside a text (a feed's char[8] taken whole) leaves anything behind the end: equal
+/// texts have equal cells, which are compared, hashed and sorted byte by byte. Whoever writes the
+/// units of a cell by other means keeps to that, or calls padString().
 class DATABASE_EXPORT FieldType
 {
 public:
@@ -46,8 +48,12 @@ public:
     /// Number of units of a VarChar cell's value.
     static int stringLength(const uchar *cell, int maxLength);
 
-    /// Writes a text into a VarChar cell of \p length units, cut silently or padded with 0 units.
+    /// Writes a text into a VarChar cell of \p length units: up to its first 0 unit, cut silently
+    /// or padded with 0 units.
     static void setString(uchar *cell, int length, const QStringRef &text);
     static void setString(uchar *cell, int length, const QString &text);
     static void setString(uchar *cell, int length, const ushort *units, int count);
+    /// Makes the units behind the first 0 of a VarChar cell 0, whatever wrote them. The cell need
+    /// not be aligned.
+    static void padString(uchar *cell, int length);
 };

@@ -42,16 +42,17 @@ int BatchMaker::anyColumn()
            m_random.below(int(m_model.schema.columns.size()) - m_model.schema.keys);
 }
 
-// -1 where no column has steps.
+// A column whose values have neighbours, or any where a table has none.
 int BatchMaker::steppableColumn()
 {
-    for (int tries = 0; tries < 20; ++tries) {
-        const int column = anyColumn();
+    int column = anyColumn();
+    const auto hasSteps = [&] {
         const ModelColumn &def = m_model.schema.columns[size_t(column)];
-        if (def.type != FieldType::VarChar && def.type != FieldType::BoardList && !def.draw)
-            return column;
-    }
-    return -1;
+        return def.type != FieldType::VarChar && def.type != FieldType::BoardList && !def.draw;
+    };
+    for (int tries = 0; tries < 20 && !hasSteps(); ++tries)
+        column = anyColumn();
+    return column;
 }
 
 Cell BatchMaker::draw(int column, int range)
@@ -62,7 +63,8 @@ Cell BatchMaker::draw(int column, int range)
     if (def.draw)
         return def.draw(m_random);
     const bool atTheEdge = m_random.oneIn(8);
-    const int number = m_random.below(range) - range / 4;
+    const int span = range * (column % 2 == 0 ? 1000 : 1); // some columns hardly have equals
+    const int number = m_random.below(span) - span / 4;
     switch (def.type) {
     case FieldType::Integer: {
         constexpr qint64 kEdges[] = {std::numeric_limits<qint32>::min(),
@@ -100,7 +102,7 @@ Cell BatchMaker::draw(int column, int range)
         return numberCell(m_random.below(200));
     default: {
         // Packed decimals of ours and those of a feed that cuts its zeros.
-        qint64 mantissa = atTheEdge ? number * Q_INT64_C(100000000000) : number * 10;
+        qint64 mantissa = atTheEdge ? number % 1000 * Q_INT64_C(100000000000) : number * 10;
         int scale = 2;
         if (m_pattern == Pattern::MixedScales) {
             scale = 1 + m_random.below(4);
@@ -116,9 +118,11 @@ Cell BatchMaker::draw(int column, int range)
 
 Cell BatchMaker::stepped(int column, const Cell &cell, int by)
 {
+    const ModelColumn &def = m_model.schema.columns[size_t(column)];
     const bool overflows = std::abs(double(cell.number)) > std::numeric_limits<qint32>::max() / 2 &&
-                           m_model.schema.columns[size_t(column)].type <= FieldType::Integer64;
-    if (cell.isNull || overflows)
+                           def.type <= FieldType::Integer64;
+    if (cell.isNull || overflows || def.draw || def.type == FieldType::VarChar ||
+        def.type == FieldType::BoardList)
         return draw(column);
     Cell next = cell;
     next.number += by;
@@ -213,48 +217,63 @@ void BatchMaker::enterAny(int key)
 
 void BatchMaker::makeRowsMove(int n, int direction)
 {
-    const int column = steppableColumn();
-    if (column < 0)
-        return;
-    std::vector<RowPointer> rows = neighbours(n, column);
-    if (m_random.oneIn(2)) {
+    std::vector<RowPointer> rows = neighbours(n, m_column);
+    if (!m_random.oneIn(3)) {
         rows.clear();
         for (const int key : m_active)
             rows.push_back(m_model.live(key));
     }
-    const int step = direction * (1 + m_random.below(3));
-    const bool inOrder = m_random.oneIn(2); // one behind the other, as the clock goes
-    int place = 0;
+    constexpr int kSteps[] = {1, 3, 40, 1000, 100000};
+    const int step = m_random.any(kSteps);
+    const int common = m_random.below(step + 1);
+    const bool alike = m_random.oneIn(2);
     for (const RowPointer &row : rows) {
-        const int by = inOrder ? direction * (2000 + place++) : step;
+        const int by = step + common + (alike ? 0 : m_random.below(2));
         if (row)
             enter(Operation::Update, row->key,
-                  {{column, stepped(column, row->cells[size_t(column)], by)}});
+                  {{m_column, stepped(m_column, row->cells[size_t(m_column)], direction * by)}});
     }
+}
+
+Batch BatchMaker::everything()
+{
+    m_batch = Batch();
+    m_pending.clear();
+    for (int i = 0; i < m_keys; ++i)
+        enter(Operation::Insert, m_first + m_step * i);
+    return m_batch;
 }
 
 Batch BatchMaker::next(const TableModel::Pending &pending)
 {
     m_batch = Batch();
     m_pending = pending;
-    if (m_active.empty() || m_random.oneIn(60)) {
+    if (m_active.empty() || m_random.oneIn(40)) {
         m_active.clear();
-        for (int i = 0; i < std::min(kActive, m_keys); ++i)
+        m_column = steppableColumn();
+        if (m_random.oneIn(2)) {
+            for (const RowPointer &row : neighbours(kActive, m_column))
+                m_active.push_back(row->key);
+        }
+        for (int i = int(m_active.size()); i < std::min(kActive, m_keys); ++i)
             m_active.push_back(anyKey());
     }
-    do
-        m_pattern = Pattern(m_random.below(kOfBatches));
-    while (!has(m_pattern) || (m_pattern == Pattern::ReplaceAll && !m_random.oneIn(4)));
+    // A feed does the same again and again.
+    const bool feeds = m_pattern <= Pattern::FallTogether && has(m_pattern);
+    if (!feeds || m_random.oneIn(8)) {
+        do
+            m_pattern = Pattern(m_random.below(kOfBatches));
+        while (!has(m_pattern) || (m_pattern == Pattern::ReplaceAll && !m_random.oneIn(4)));
+    }
     m_batch.pattern = kNames[int(m_pattern)];
     const int n = 1 + m_random.below(m_random.oneIn(6) ? m_largest : std::min(m_largest, 12));
     switch (m_pattern) {
     case Pattern::Ticks:
         for (const RowPointer &row : someRows(1 + m_random.below(3))) {
-            const int column = steppableColumn();
-            if (column >= 0)
-                enter(Operation::Update, row->key,
-                      {{column,
-                        stepped(column, row->cells[size_t(column)], 1 - 2 * m_random.below(2))}});
+            const int column = m_random.oneIn(2) ? m_column : steppableColumn();
+            const int by = 1 - 2 * m_random.below(2);
+            enter(Operation::Update, row->key,
+                  {{column, stepped(column, row->cells[size_t(column)], by)}});
         }
         break;
     case Pattern::RiseTogether:
@@ -286,7 +305,7 @@ Batch BatchMaker::next(const TableModel::Pending &pending)
     case Pattern::Churn:
         for (int i = 0; i < n; ++i) {
             const int key = anyKey();
-            if (m_model.live(key) && m_random.oneIn(2))
+            if (m_model.live(key) && m_random.oneIn(4))
                 enter(Operation::Remove, key);
             else
                 enterAny(key);
@@ -298,7 +317,7 @@ Batch BatchMaker::next(const TableModel::Pending &pending)
                 enter(Operation::Remove, key);
         }
         for (int i = 0; i < m_keys; ++i) {
-            if (!m_random.oneIn(4))
+            if (!m_random.oneIn(10))
                 enter(Operation::Insert, m_first + m_step * i);
         }
         break;

@@ -35,6 +35,8 @@ public:
 
     bool has(Pattern pattern) const { return m_leftOut.count(pattern) == 0; }
 
+    /// An insertion of every key.
+    Batch everything();
     /// \param pending  what the transaction at hand holds already
     Batch next(const TableModel::Pending &pending = {});
 
@@ -59,6 +61,7 @@ private:
     int m_first = 0;
     int m_step = 1;
     std::vector<int> m_active; // the same keys in every batch, for a while
+    int m_column = 0;          // where the active rows move
     // Of the batch at hand:
     Pattern m_pattern = Pattern::Ticks;
     Batch m_batch;

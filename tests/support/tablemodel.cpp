@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <set>
+#include <iterator>
 
 namespace
 {
@@ -332,36 +332,50 @@ void fill(RecordsTrans &trans, const Batch &batch)
 
 // Sorted index -----------------------------------------------------------------------------------
 
+void SortedModel::build(const TableModel &table)
+{
+    m_order.clear();
+    Changes all;
+    for (const auto &[key, row] : table.rows)
+        all.inserted.push_back(row);
+    apply(all);
+}
+
 void SortedModel::apply(const Changes &changes)
 {
-    const std::set<RowPointer> removed(changes.removed.begin(), changes.removed.end());
-    const std::set<RowPointer> updated(changes.updated.begin(), changes.updated.end());
+    const auto less = [this](const RowPointer &a, const RowPointer &b) { return this->less(a, b); };
+    for (const RowPointer &row : changes.removed)
+        row->mark = ModelRow::Leaves;
+    for (const RowPointer &row : changes.updated)
+        row->mark = ModelRow::Changes;
     // Rows leave in rounds until those that stay are in order, and come back one by one.
     for (size_t before = m_order.size() + 1; m_order.size() < before;) {
         std::vector<RowPointer> next;
         for (size_t i = 0; i < m_order.size(); ++i) {
             const RowPointer &row = m_order[i];
             const auto isOut = [&] {
-                return !accepts(*row) ||
-                       (i + 1 < m_order.size() && m_compare(*m_order[i + 1], *row) < 0) ||
-                       (i > 0 && m_compare(*row, *m_order[i - 1]) < 0);
+                return !accepts(*row) || (i + 1 < m_order.size() && less(m_order[i + 1], row)) ||
+                       (i > 0 && less(row, m_order[i - 1]));
             };
-            if (removed.count(row) == 0 && !(updated.count(row) != 0 && isOut()))
+            if (row->mark != ModelRow::Leaves && (row->mark != ModelRow::Changes || !isOut()))
                 next.push_back(row);
         }
         before = m_order.size();
         m_order.swap(next);
     }
-    const std::set<RowPointer> stay(m_order.begin(), m_order.end());
+    for (const RowPointer &row : m_order)
+        row->mark = row->mark == ModelRow::Changes ? ModelRow::Stays : row->mark;
     std::vector<RowPointer> coming;
     for (const auto *rows : {&changes.inserted, &changes.updated}) {
-        std::copy_if(rows->begin(), rows->end(), std::back_inserter(coming),
-                     [&](const RowPointer &row) { return accepts(*row) && stay.count(row) == 0; });
+        for (const RowPointer &row : *rows) {
+            if (accepts(*row) && row->mark != ModelRow::Stays)
+                coming.push_back(row);
+            row->mark = ModelRow::Stands;
+        }
     }
-    const auto less = [this](const RowPointer &a, const RowPointer &b) {
-        return m_compare(*a, *b) < 0;
-    };
     std::stable_sort(coming.begin(), coming.end(), less);
-    for (const RowPointer &row : coming)
-        m_order.insert(std::upper_bound(m_order.begin(), m_order.end(), row, less), row);
+    std::vector<RowPointer> merged; // those that come go behind their equals
+    std::merge(m_order.begin(), m_order.end(), coming.begin(), coming.end(),
+               std::back_inserter(merged), less);
+    m_order.swap(merged);
 }

@@ -73,6 +73,7 @@ struct ModelRow {
     int key = 0;
     Cells cells;
     const uchar *block = nullptr; // of the table's row, once it has been seen
+    enum { Stands, Leaves, Changes, Stays } mark = Stands; // while a sorted model takes a batch
 };
 using RowPointer = std::shared_ptr<ModelRow>;
 
@@ -125,12 +126,13 @@ public:
     {
     }
 
+    void build(const TableModel &table);
     void apply(const Changes &changes);
     const std::vector<RowPointer> &order() const { return m_order; }
+    bool accepts(const ModelRow &row) const { return !m_accepts || m_accepts(row); }
+    bool less(const RowPointer &a, const RowPointer &b) const { return m_compare(*a, *b) < 0; }
 
 private:
-    bool accepts(const ModelRow &row) const { return !m_accepts || m_accepts(row); }
-
     Compare m_compare;
     Accepts m_accepts;
     std::vector<RowPointer> m_order;

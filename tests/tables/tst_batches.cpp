@@ -31,8 +31,8 @@ TEST_P(Batches, leaveTheTableOfThePlainModel)
     IndexList index(&table, true);
     Random random(unsigned(GetParam().keys * 100 + GetParam().count));
     BatchMaker maker(model, GetParam().count, random);
-    for (const Pattern pattern :
-         {Pattern::Folds, Pattern::Ranges, Pattern::HiddenTexts, Pattern::SideBySide})
+    for (const Pattern pattern : {Pattern::ReplaceAll, Pattern::Folds, Pattern::Ranges,
+                                  Pattern::HiddenTexts, Pattern::SideBySide})
         maker.leaveOut(pattern);
     const bool sideBySide = maker.has(Pattern::SideBySide);
     RecordsTrans batches[2]{RecordsTrans(&table), RecordsTrans(&table)};

@@ -271,6 +271,24 @@ Changes TableModel::run(Pending &pending)
     return changes;
 }
 
+void TableModel::applyDirectly(const Batch &batch)
+{
+    for (const Operation &operation : batch.operations) {
+        if (operation.kind == Operation::Insert ? live(operation.key) != nullptr
+                                                : live(operation.key) == nullptr)
+            continue;
+        Pending pending;
+        fill(pending, {"", {operation}});
+        run(pending);
+    }
+}
+
+void TableModel::forgetBlocks()
+{
+    for (const auto &[key, row] : rows)
+        row->block = nullptr;
+}
+
 void TableModel::compare(const Table &table)
 {
     ASSERT_EQ(table.rowCount(), int(rows.size()));
@@ -293,28 +311,37 @@ void TableModel::compare(const Table &table)
     }
 }
 
+namespace
+{
+
+Record keyRow(const Table &table, const Operation &operation)
+{
+    Record row(&table);
+    for (int i = 0; i < int(operation.keyCells.size()); ++i)
+        writeCell(row.data(i), operation.keyCells[size_t(i)]);
+    return row;
+}
+
+} // namespace
+
 void fill(RecordsTrans &trans, const Batch &batch)
 {
     Table &table = *trans.table();
     for (const Operation &operation : batch.operations) {
-        Record row(&table);
-        for (int i = 0; i < int(operation.keyCells.size()); ++i)
-            writeCell(row.data(i), operation.keyCells[size_t(i)]);
+        const Record row = keyRow(table, operation);
         const auto writeTo = [&](RecordUpdater updater) {
             for (const auto &[column, cell] : operation.cells)
                 writeCell(updater.field(column), cell);
         };
-        const Record live = table.masterIndex()->find(row, -1);
-        switch (operation.kind) {
-        case Operation::Insert:
+        if (operation.kind == Operation::Insert) {
             writeTo(trans.insertRow(row));
             continue;
-        case Operation::Upsert:
+        }
+        if (operation.kind == Operation::Upsert) {
             writeTo(trans.upsertRow(row));
             continue;
-        default:
-            break;
         }
+        const Record live = table.masterIndex()->find(row, -1);
         ASSERT_TRUE(live) << "key " << operation.key << " is not found";
         if (operation.kind == Operation::Remove) {
             trans.removeRow(live);
@@ -327,6 +354,28 @@ void fill(RecordsTrans &trans, const Batch &batch)
             trans.mergeUpdatedRow(live, changed, operation.cells.begin()->first,
                                   operation.cells.rbegin()->first);
         }
+    }
+}
+
+void applyDirectly(Table &table, const Batch &batch)
+{
+    for (const Operation &operation : batch.operations) {
+        const Record row = keyRow(table, operation);
+        const Record live = table.masterIndex()->find(row, -1);
+        const bool inserts = operation.kind == Operation::Insert;
+        if (inserts ? !live.isNull() : live.isNull())
+            continue;
+        if (operation.kind == Operation::Remove) {
+            table.remove(live, -1);
+            continue;
+        }
+        for (const auto &[column, cell] : operation.cells)
+            writeCell((inserts ? row : live).data(column), cell);
+        if (inserts)
+            table.appendRow(row.row());
+        else if (!operation.cells.empty())
+            table.updated(live, operation.cells.begin()->first, operation.cells.rbegin()->first,
+                          -1);
     }
 }
 

@@ -102,6 +102,10 @@ public:
     RowPointer live(int key) const;
     void fill(Pending &pending, const Batch &batch) const;
     Changes run(Pending &pending);
+    /// Each operation by itself.
+    void applyDirectly(const Batch &batch);
+    /// Rows may lie elsewhere from now on.
+    void forgetBlocks();
     /// Compares everything and learns which row is which: a row keeps its place in memory.
     void compare(const Table &table);
 
@@ -111,6 +115,8 @@ public:
 
 /// Enters the operations into a transaction of the table.
 void fill(RecordsTrans &trans, const Batch &batch);
+/// Appends, writes into live rows and removes without a transaction, as applications do.
+void applyDirectly(Table &table, const Batch &batch);
 
 /// A sorted index in the plainest terms. Equal rows stand as they came; a batch sends those behind
 /// their equals that it put out of order.

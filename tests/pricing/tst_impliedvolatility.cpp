@@ -11,7 +11,8 @@
 constexpr double kEps = 1e-8; // of prices and of volatilities in percent
 
 /// The search between 0 and 200 % in its plainest form, with all outputs at every step.
-static double plainSearch(const VolatInputParams &p, bool isPut, double price, double volStart)
+static double plainSearch(const VolatInputParams &p, bool isPut, double price, double volStart,
+                          double priceEps = kEps, double volEps = kEps)
 {
     VolatOutputParams out;
     const auto missing = [&](double v) {
@@ -20,7 +21,7 @@ static double plainSearch(const VolatInputParams &p, bool isPut, double price, d
     };
     double lo = 0, hi = 2, v = volStart == 0 ? 0.5 : volStart / 100;
     for (int step = 0; lo <= v && v <= hi; v += missing(v) / out.vega, ++step) {
-        if (std::fabs(missing(v)) <= kEps)
+        if (std::fabs(missing(v)) <= priceEps)
             return v * 100;
         if (std::fabs(out.vega) <= 1e-12 || step == 100)
             break;
@@ -28,7 +29,7 @@ static double plainSearch(const VolatInputParams &p, bool isPut, double price, d
     v = (hi - lo) / 2;
     for (int round = 0; round < 100; v = (lo + hi) / 2, ++round) {
         const double halfStep = (hi - lo) / 2;
-        if (halfStep < kEps / 100 || std::fabs(missing(v)) < kEps)
+        if (halfStep < volEps / 100 || std::fabs(missing(v)) < priceEps)
             return v * 100;
         missing(v) > 0 ? lo += halfStep : hi -= halfStep;
     }
@@ -52,6 +53,27 @@ TEST(ImpliedVolatility, findsTheVolatilityOfAPrice)
                     ASSERT_EQ(found, plainSearch(p, put, price, start));
                     ASSERT_NEAR(found, vol, tolerance) << K << ' ' << T << ' ' << start;
                 }
+}
+
+// Where the price hardly answers, Newton's method is given up; what bisection finds differs.
+TEST(ImpliedVolatility, goesByNewtonsMethodWhereThePriceHasAVega)
+{
+    const VolatInputParams p = {200, 100, 0.1};
+    VolatOutputParams out;
+    int given[2] = {};
+    for (double v = 0.5; v < 2; v *= 1.01) {
+        calcVolatParamsNorm(out, p, v);
+        const bool isFlat = std::fabs(out.vega) <= 1e-12;
+        if (out.vega < 1e-14 || out.vega > 1e-10)
+            continue;
+        const double price = out.call + out.vega * 0.1; // a little higher
+        const double found = volatByTheorPrice(p, false, price, v * 100, 0, 200, 1e-15, 5);
+        EXPECT_EQ(found, plainSearch(p, false, price, v * 100, 1e-15, 5)) << v;
+        const double bisected = volatByTheorPrice(p, false, price, 300, 0, 200, 1e-15, 5);
+        given[isFlat] += (found == bisected) == isFlat;
+    }
+    EXPECT_GT(given[false], 0);
+    EXPECT_GT(given[true], 0);
 }
 
 TEST(ImpliedVolatility, beginsAndEndsWhereItShould)

@@ -283,6 +283,15 @@ void TableModel::applyDirectly(const Batch &batch)
     }
 }
 
+void TableModel::addColumn(Table &table, const ModelColumn &column)
+{
+    table.addColumn(column.name, column.type, column.length, column.nullable);
+    schema.columns.push_back(column);
+    for (const auto &[key, row] : rows)
+        row->cells.emplace_back(); // NULL, whatever new rows start with
+    forgetBlocks();
+}
+
 void TableModel::forgetBlocks()
 {
     for (const auto &[key, row] : rows)

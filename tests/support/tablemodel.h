@@ -104,6 +104,8 @@ public:
     Changes run(Pending &pending);
     /// Each operation by itself.
     void applyDirectly(const Batch &batch);
+    /// Adds a column while rows are there, to the table as well.
+    void addColumn(Table &table, const ModelColumn &column);
     /// Rows may lie elsewhere from now on.
     void forgetBlocks();
     /// Compares everything and learns which row is which: a row keeps its place in memory.

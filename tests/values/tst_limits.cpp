@@ -66,6 +66,14 @@ TEST(Variants, becomeNumbers)
     }
 }
 
+TEST(Variants, becomeTextsWithEveryDigit)
+{
+    for (const char *text : {"-123456789012345678901234.56", "0.10"})
+        EXPECT_EQ(variant_convert(xdecimal(text).toVariant(), QMetaType::QString), QVariant(text));
+    const QVariant date = QVariant::fromValue(datetime(QString("2024-02-29")));
+    EXPECT_EQ(variant_convert(date, QMetaType::QString), QVariant("2024.02.29 00:00:00.000"));
+}
+
 TEST(Variants, ofTimesAndLettersAreOrdered)
 {
     const QDate day(2024, 2, 29);

@@ -83,6 +83,8 @@ TEST(ImpliedVolatility, beginsAndEndsWhereItShould)
         double K, price, volStart, volMin, volMax, priceEps, volEps, expected;
     } rows[] = {
         {"default_start", 100, 8, 1e-13, 0, 200, 999, 1e-6, 50}, // 999 accepts the first trial
+        {"default_start_at_its_limit", 100, 8, 1e-12, 0, 200, 999, 1e-6, 50},
+        {"found_in_the_last_round", 100, -1e-9, -1, 0, 200, 1e-30, 2e-28, 0},
         {"half_the_width_below_the_middle", 100, 8, -1, 20, 200, 999, 1e-6, 90},
         {"half_the_width_within_volEps", 100, 8, -1, 20, 200, 1e-8, 91, 90},
         {"solution_discarded_with_its_half", 100, 39.9, -1, 20, 200, 1e-8, 1e-3, 110},
@@ -94,13 +96,15 @@ TEST(ImpliedVolatility, beginsAndEndsWhereItShould)
         {"solution_below_volMin", 100, 8, 0, 50, 200, 1e-8, 1e-6, -1},
         {"nan_price", 100, NAN, 0, 0, 200, 1e-8, 1e-6, -1},
         {"no_strike_so_the_model_gives_0", 0, 8, 0, 0, 200, 1e-8, 1e-6, -1},
+        {"no_strike_and_a_price_near_0", 0, 0.5, 0, 0, 200, 1e-8, 1e-6, -1},
+        {"found_a_round_too_late", 100, -1e-9, -1, 0, 200, 1e-30, 1e-28, -1},
         {"volMin_above_volMax", 100, 8, 30, 200, 20, 999, 1e-6, -1},
         {"no_bisection_without_volEps", 100, 8, -1, 0, 200, 1e-8, 0, -1},
         {"rounds_used_up", 100, -1, 0, 0, 200, 1e-8, 1e-30, -1},
     };
     for (const auto &[name, K, price, start, lo, hi, eps, volEps, expected] : rows) {
         const double vol = volatByTheorPrice({K, 100, 1}, false, price, start, lo, hi, eps, volEps);
-        EXPECT_NEAR(vol, expected, expected > 100 ? 2 * volEps : 0) << name;
+        EXPECT_NEAR(vol, expected, expected > 100 || expected == 0 ? 2 * volEps : 0) << name;
     }
 }
 

@@ -299,6 +299,26 @@ TEST(JoinTest, sendsNothingWhenNothingDiffersAndWaitsForABusyTable)
               QStringList{"1 OAK NULL 6 2 NULL NULL NULL NULL"});
 }
 
+TEST(JoinTest, bringsTheRowsOfAllKeysUpToDateInOneTransaction)
+{
+    Market market;
+    appendTexts(market.stocks, {"ELM", "1", nullptr});
+    appendTexts(market.options, {"1", "ELM", nullptr});
+    appendTexts(market.options, {"2", nullptr, "ELM"});
+    QStringList log;
+    RecordingIndex index("options", &log, &market.options);
+    {
+        const TableUpdate bracket(market.stocks);
+        RecordsTrans batch(&market.stocks);
+        batch.updateRow(market.stocks.at(0)).field(Market::kLast).setValue(2);
+        batch.execute();
+    }
+    EXPECT_EQ(log.filter("options.process"), QStringList("options.process -0 ~2 +0 [4..8]"));
+    EXPECT_EQ(rows(*market.options.masterIndex()),
+              (QStringList{"1 ELM NULL NULL 2 NULL NULL NULL NULL",
+                           "2 NULL ELM NULL NULL NULL NULL 2 NULL"}));
+}
+
 TEST(JoinTest, widensABatchByNothingStaleAndBuildsBeforeOtherIndexes)
 {
     Market market;

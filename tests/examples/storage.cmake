@@ -31,11 +31,18 @@ expect(2 "--gzip says how to --save" --gzip)
 
 set(log ${FOLDER}/board.log)
 file(REMOVE_RECURSE ${FOLDER})
-set(application ${PROGRAM})
-# In the foreground: else the program gets the signal twice, and the second one ends it.
-set(PROGRAM timeout --foreground --preserve-status --signal=INT 3 ${application})
-expect(130 "saved .*options.*interrupted" --batches 20000 --save ${FOLDER})
-set(PROGRAM ${application})
+# As late as it takes to be in the replay. In the foreground: else the program gets the signal twice,
+# and the second one ends it.
+foreach(seconds 1 2 4 8 16 32 64)
+    execute_process(COMMAND timeout --foreground --preserve-status --signal=INT ${seconds}
+            ${PROGRAM} --batches 1000000 --save ${FOLDER}
+        OUTPUT_VARIABLE printed ERROR_VARIABLE printed RESULT_VARIABLE result)
+    if(result EQUAL 130 AND printed MATCHES "saved .*options.*interrupted")
+        break()
+    elseif(seconds EQUAL 64)
+        message(FATAL_ERROR "interrupted, it ended with ${result}:\n${printed}")
+    endif()
+endforeach()
 expect(0 "row counts and checksums agree" --load ${FOLDER} --log ${log})
 expect(3 "'[^\n]*none/underlyings': There is nothing to read" --load ${FOLDER}/none --log ${log})
 file(READ ${log} logged)

@@ -48,6 +48,7 @@ TEST(Outputs, followTheModel)
                 };
                 const Real h = 1e-5L, up = at(h, 0, 0), down = at(-h, 0, 0);
                 const Real vega = at(0, 0, h) - at(0, 0, -h), theta = at(0, -h, 0) - at(0, h, 0);
+                EXPECT_EQ(out.delta - 1, out.deltaPut);
                 EXPECT_NEAR(out.deltaPut + 1, double((up - down) / (2 * h * S)), kCdfError + 1e-7);
                 EXPECT_NEAR(out.gamma, double((up - 2 * call + down) / (h * h * S * S)), 1e-7);
                 EXPECT_NEAR(out.vega * 100, double(vega / (2 * h * v)), 1e-6);

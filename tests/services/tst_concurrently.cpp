@@ -81,7 +81,7 @@ TEST(Concurrently, givesIdleThreadsBackWhileTheCrewLives)
     std::atomic<int> made{0};
     Concurrently::forEach(
         50, [&](int) { ++made; }, Concurrently::share);
-    EXPECT_TRUE(QThreadPool::globalInstance()->waitForDone(10000));
+    EXPECT_TRUE(QThreadPool::globalInstance()->waitForDone(60000));
     Concurrently::forEach(
         50, [&](int) { ++made; }, Concurrently::share); // and wakes them again
     EXPECT_EQ(made, 100);

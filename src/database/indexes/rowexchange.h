@@ -37,14 +37,15 @@ public:
     {
         m_index.m_notes.clear();
         m_index.m_ties.reset();
-        if (!m_index.m_aid)
+        SortAid *const told = m_index.aid();
+        if (!told)
             return;
-        m_index.m_aid->reset();
+        told->reset();
         try {
-            m_index.m_aid->learn(m_index.m_list);
-            m_index.m_aid->setUp();
+            told->learn(m_index.m_list);
+            told->setUp();
         } catch (const std::bad_alloc &) {
-            m_index.m_aid->guide.clear(); // the next batch sets it up
+            told->guide.clear(); // the next batch sets it up
         }
     }
 

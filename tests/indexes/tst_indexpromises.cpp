@@ -32,6 +32,12 @@ void *operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+{
+    const bool fails = failingAllocation > 0 && --failingAllocation == 0;
+    return fails ? nullptr : std::malloc(size > 0 ? size : 1);
+}
+
 void operator delete(void *memory) noexcept
 {
     std::free(memory);

@@ -34,12 +34,8 @@ struct Followed {
         , model(std::move(schema))
         , maker(model, keys, random, 8)
     {
-        for (const Pattern pattern : kLeftOut)
-            maker.leaveOut(pattern);
     }
 
-    static constexpr Pattern kLeftOut[] = {Pattern::ReplaceAll, Pattern::Folds, Pattern::Ranges,
-                                           Pattern::HiddenTexts};
     Table &table;
     TableModel model; // of the columns that the application owns
     BatchMaker maker;

@@ -12,13 +12,7 @@ namespace
 class Files : public testing::TestWithParam<KeyKind>
 {
 protected:
-    Files()
-    {
-        model.schema.addTo(table, GetParam());
-        for (const Pattern pattern :
-             {Pattern::ReplaceAll, Pattern::Folds, Pattern::Ranges, Pattern::HiddenTexts})
-            maker.leaveOut(pattern);
-    }
+    Files() { model.schema.addTo(table, GetParam()); }
 
     void run(const Batch &batch)
     {

@@ -247,6 +247,24 @@ void TableModel::fill(Pending &pending, const Batch &batch) const
     }
 }
 
+bool TableModel::isCurrent(const Pending &pending) const
+{
+    return std::all_of(pending.begin(), pending.end(),
+                       [&](const auto &each) { return each.second.row == live(each.first); });
+}
+
+void TableModel::merge(Pending &into, Pending &from) const
+{
+    for (const auto &[key, entry] : from) {
+        Entry &known = into.emplace(key, entry).first->second;
+        if (entry.kind == Operation::Remove || known.kind == Operation::Remove)
+            known = entry;
+        for (const auto &[column, cell] : entry.cells)
+            known.cells[column] = cell;
+    }
+    from.clear();
+}
+
 Changes TableModel::run(Pending &pending)
 {
     Changes changes;

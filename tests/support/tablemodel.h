@@ -101,6 +101,9 @@ public:
 
     RowPointer live(int key) const;
     void fill(Pending &pending, const Batch &batch) const;
+    /// Folds another transaction's entries in. Both are for the rows that are live now.
+    void merge(Pending &into, Pending &from) const;
+    bool isCurrent(const Pending &pending) const;
     Changes run(Pending &pending);
     /// Each operation by itself.
     void applyDirectly(const Batch &batch);

@@ -21,17 +21,7 @@ struct Kind {
 class Batches : public ::testing::TestWithParam<Kind>
 {
 protected:
-    Batches()
-    {
-        model.schema.addTo(table, GetParam().keys);
-        leaveOut(maker);
-    }
-    static void leaveOut(BatchMaker &maker)
-    {
-        for (const Pattern pattern : {Pattern::ReplaceAll, Pattern::Folds, Pattern::Ranges,
-                                      Pattern::HiddenTexts, Pattern::SideBySide})
-            maker.leaveOut(pattern);
-    }
+    Batches() { model.schema.addTo(table, GetParam().keys); }
 
     Table table{QStringLiteral("quotes"), QString()};
     TableModel model{Schema::ofEveryType(GetParam().keys)};
@@ -83,6 +73,10 @@ TEST_P(Batches, leaveTheTableOfThePlainModel)
         const int ready = sideBySide ? random.below(2) : 0;
         if (random.oneIn(3)) // the batch takes more in
             continue;
+        if (random.oneIn(4) && model.isCurrent(pending[0]) && model.isCurrent(pending[1])) {
+            batches[ready].merge(batches[1 - ready]);
+            model.merge(pending[ready], pending[1 - ready]);
+        }
         const bool inBracket = random.oneIn(2);
         if (inBracket)
             table.beginUpdate();
@@ -159,7 +153,6 @@ TEST_P(Batches, ofSeveralFeedsLeaveTheRowsOfEach)
             TableModel &own = models[size_t(feed)];
             Random chance{unsigned(feed)};
             BatchMaker feedMaker(own, GetParam().count, chance);
-            leaveOut(feedMaker);
             feedMaker.setKeys(feed, kFeeds);
             for (int step = 0; step < runSteps(200); ++step) {
                 const Batch batch = feedMaker.next();

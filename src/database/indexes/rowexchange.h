@@ -2,6 +2,7 @@
 
 #include "database/indexes/indexsort.h"
 #include "database/indexes/sortaid.h"
+#include "database/indexes/tieranks.h"
 
 #include <cstring>
 #include <new>

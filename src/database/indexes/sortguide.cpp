@@ -429,26 +429,43 @@ void SortGuide::update(const int *removed, int removals, const Insertion *insert
     }
 }
 
+/// Moves the bases up to that of a block, those that have not been moved yet.
+void SortGuide::shiftBases(int &next, int block, int by)
+{
+    int *const bases = m_bases.data();
+    for (int b = next; b <= block; ++b)
+        bases[b] += by;
+    next = qMax(next, block + 1);
+}
+
+/// The last block from \p first on that begins at a position or before it.
+int SortGuide::blockOf(int first, int position) const
+{
+    const auto above = std::upper_bound(m_bases.begin() + first + 1, m_bases.end() - 1, position);
+    return int(above - m_bases.begin()) - 1;
+}
+
 /// Takes the rows at ascending positions out, and blocks that have none left.
 void SortGuide::takeOut(const int *removed, const int *end, std::vector<bool> &untidy)
 {
     const int blocks = int(m_blocks.size());
     bool isOneEmpty = false;
-    int shift = 0; // rows taken out of the blocks before
-    for (int b = 0; b < blocks; ++b) {
-        int rows = m_bases[size_t(b) + 1] - m_bases[size_t(b)];
+    int shifted = 0; // from this one on bases are those from before
+    int taken = 0;
+    for (int b = 0; removed != end; ++b) {
+        b = blockOf(b, *removed);
         const int base = m_bases[size_t(b)];
-        m_bases[size_t(b)] -= shift;
-        const int before = shift;
-        for (; removed != end && *removed < m_bases[size_t(b) + 1]; ++removed, ++shift) {
-            if (!m_blocks[size_t(b)]->remove(*removed - base - (shift - before), rows--))
+        const int next = m_bases[size_t(b) + 1];
+        shiftBases(shifted, b, -taken);
+        int rows = next - base;
+        for (int offset = base; removed != end && *removed < next; ++removed, ++offset, ++taken) {
+            if (!m_blocks[size_t(b)]->remove(*removed - offset, rows--))
                 untidy[size_t(b)] = true;
         }
-        if (shift != before)
-            m_digests[size_t(b)] = m_blocks[size_t(b)]->digests[0];
+        m_digests[size_t(b)] = m_blocks[size_t(b)]->digests[0];
         isOneEmpty |= rows == 0;
     }
-    m_bases[size_t(blocks)] -= shift;
+    shiftBases(shifted, blocks, -taken);
     if (!isOneEmpty)
         return;
     size_t kept = 0;
@@ -481,29 +498,33 @@ bool SortGuide::putIn(const int *removed, int removals, const Insertion *inserte
             ++taken;
         return inserted->position - taken;
     };
-    int shift = 0; // rows that came into the blocks before
-    for (int b = 0; b < blocks; ++b) {
+    int shifted = 0; // from this one on bases are those from before
+    int came = 0;
+    for (int b = 0; inserted != end; ++b) {
+        const int first = qMin(b, blocks - 1);
+        b = blockOf(first, positionOfNext());
+        if (b > first && positionOfNext() == m_bases[size_t(b)] &&
+            inserted->digest < m_digests[size_t(b)])
+            --b; // to the end of the block before
         const int base = m_bases[size_t(b)];
         const int next = m_bases[size_t(b) + 1];
         const bool isLast = b + 1 == blocks;
+        shiftBases(shifted, b, came);
         int rows = next - base;
         for (; inserted != end; ++inserted) {
             const int position = positionOfNext();
             if (!isLast && (position > next ||
                             (position == next && inserted->digest >= m_digests[size_t(b) + 1])))
                 break;
-            const int place = position - base + (rows - (next - base));
-            if (!m_blocks[size_t(b)]->insert(place, inserted->digest, rows++))
+            if (!m_blocks[size_t(b)]->insert(position - next + rows, inserted->digest, rows))
                 untidy[size_t(b)] = true;
-            if (rows > std::numeric_limits<quint16>::max())
+            if (++rows > std::numeric_limits<quint16>::max())
                 return false;
         }
-        m_bases[size_t(b)] += shift;
-        if (rows != next - base)
-            m_digests[size_t(b)] = m_blocks[size_t(b)]->digests[0];
-        shift += rows - (next - base);
+        m_digests[size_t(b)] = m_blocks[size_t(b)]->digests[0];
+        came += rows - (next - base);
     }
-    m_bases[size_t(blocks)] += shift;
+    shiftBases(shifted, blocks, came);
     return true;
 }
 

@@ -226,6 +226,8 @@ private:
     };
 
     void replace(int block, int blocks, const std::vector<Post> &posts, int rows);
+    void shiftBases(int &next, int block, int by);
+    int blockOf(int first, int position) const;
     void takeOut(const int *removed, const int *end, std::vector<bool> &untidy);
     bool putIn(const int *removed, int removals, const Insertion *inserted, int insertions,
                std::vector<bool> &untidy);

@@ -137,7 +137,7 @@ protected:
             {{at(FieldType::XDecimal, true)}, true},
             {{at(FieldType::XDecimal, false)}, false, Qt::AscendingOrder, false, true},
             {{at(FieldType::Double, true)}, true},
-            {{at(FieldType::Double, false)}, false}};
+            {{scenario.notANumber ? number : at(FieldType::Double, false)}, false}};
         for (const Order &order : orders)
             pairs.push_back(std::make_unique<Pair>(&table, model, order));
         pairs[1]->index->setIndependent(true);

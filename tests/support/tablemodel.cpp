@@ -230,7 +230,7 @@ void TableModel::fill(Pending &pending, const Batch &batch) const
                 if (operation.kind == Operation::Merge && entry.kind == Operation::Insert)
                     continue;
                 if (wasRemoved && !isNew)
-                    entry = {Operation::Update, entry.row, {}};
+                    entry = {Operation::Update, entry.row, {}, operation.kind == Operation::Upsert};
                 for (const auto &[column, cell] : operation.cells)
                     entry.cells[column] = cell;
                 continue;
@@ -243,7 +243,8 @@ void TableModel::fill(Pending &pending, const Batch &batch) const
         std::map<int, Cell> cells = operation.cells;
         for (int i = 0; i < int(schema.columns.size()); ++i)
             cells.emplace(i, i < schema.keys ? operation.keyCells[size_t(i)] : schema.initial(i));
-        entry = {entry.row && !isNew ? Operation::Update : Operation::Insert, entry.row, cells};
+        const bool replaces = entry.row && !isNew;
+        entry = {replaces ? Operation::Update : Operation::Insert, entry.row, cells, replaces};
     }
 }
 
@@ -270,7 +271,7 @@ Changes TableModel::run(Pending &pending)
     Changes changes;
     for (const auto &[key, entry] : pending) {
         RowPointer row = live(key);
-        if (entry.kind != Operation::Insert && row != entry.row)
+        if (entry.kind != Operation::Insert && row != entry.row && !entry.replaces)
             continue; // it has left meanwhile
         if (entry.kind == Operation::Remove) {
             rows.erase(key);

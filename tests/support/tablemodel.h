@@ -96,6 +96,7 @@ public:
         Operation::Kind kind; // Insert, Update or Remove
         RowPointer row;       // null for an insertion
         std::map<int, Cell> cells;
+        bool replaces = false; // an insertion over another entry: for whichever row has the key
     };
     using Pending = std::map<int, Entry>;
 

@@ -157,14 +157,12 @@ TEST_P(Batches, ofSeveralFeedsLeaveTheRowsOfEach)
             for (int step = 0; step < runSteps(200); ++step) {
                 const Batch batch = feedMaker.next();
                 TableModel::Pending pending;
-                table.lock();
                 {
                     const TableUpdate bracket(table);
                     RecordsTrans trans(&table);
                     fill(trans, batch);
                     trans.execute();
                 }
-                table.unlock();
                 own.fill(pending, batch);
                 own.run(pending);
             }

@@ -59,6 +59,7 @@ MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table *table, const QList<int> 
         m_defs.push_back(table->columnDef(column));
     }
     setColumns(columns);
+    expectUniqueKeys();
 }
 
 MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table *table, const QString &column)

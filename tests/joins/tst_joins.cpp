@@ -34,7 +34,6 @@ struct Followed {
         , model(std::move(schema))
         , maker(model, keys, random, 8)
     {
-        maker.leaveOut(Pattern::Ranges);
     }
 
     Table &table;

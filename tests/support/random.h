@@ -7,14 +7,18 @@
 #include <cstdio>
 #include <random>
 
-/// The seed of this run: DATABASE_SEED, or another one every time. Printed once, so that what a run
-/// found can be had again.
+/// The seed of this run: DATABASE_SEED, where "random" stands for another one every time; always
+/// the same where that is not set. Printed once, so that what a run found can be had again.
 inline unsigned runSeed()
 {
     static const unsigned s_seed = [] {
+        constexpr unsigned kUsual = 20241103;
+        const QByteArray wanted = qgetenv("DATABASE_SEED");
         bool isGiven = false;
-        const uint given = qgetenv("DATABASE_SEED").toUInt(&isGiven);
-        const unsigned seed = isGiven ? given : std::random_device()();
+        const uint given = wanted.toUInt(&isGiven);
+        const unsigned seed = isGiven              ? given
+                              : wanted == "random" ? std::random_device()()
+                                                   : kUsual;
         std::printf("DATABASE_SEED=%u\n", seed);
         return seed;
     }();

@@ -241,6 +241,32 @@ TEST_P(WaitingBatches, neverLeaveTwoRowsOfOneKey)
     }
 }
 
+TEST_P(WaitingBatches, warnOnceOfWhatTheyCannotKeepApart)
+{
+    static QStringList messages;
+    messages.clear();
+    const auto previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &text) { messages.append(text); });
+    RecordsTrans batch(&m_table);
+    for (const char *key : {"7", "2", "3"}) {
+        batch.insertRow(row({key}));
+        batch.execute();
+    }
+    appendTexts(m_table, {"1"});
+    const int rowsHeld = m_table.rowCount();
+    Table log(QStringLiteral("log"), QString()); // has no key
+    log.addColumn("n", FieldType::Integer, 0);
+    RecordsTrans lines(&log);
+    for (const char *text : {"1", "2", "3"})
+        lines.insertRow(newRow(log, {text}));
+    lines.execute();
+    qInstallMessageHandler(previous);
+    EXPECT_EQ(messages, (QStringList{"Table 'quotes' has two rows of the key '2'",
+                                     "Table 'log' has no key: the rows of a batch fold into one"}));
+    EXPECT_EQ(rowsHeld, 7) << "warned of, not refused";
+    EXPECT_EQ(rows(*log.masterIndex()), QStringList("3"));
+}
+
 TEST_P(WaitingBatches, throwWhenAColumnCameMeanwhile)
 {
     RecordsTrans batch(&m_table);

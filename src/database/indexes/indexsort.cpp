@@ -197,6 +197,8 @@ void IndexSort::add(const Record &record)
 {
     m_notes.clear();
     const int position = indexOfAdd(record);
+    if (m_isKey && !m_isEqualTold && position > 0 && order(m_list.at(position - 1), record) == 0)
+        metEqual(record);
     m_list.insert(position, record);
     follow(-1, position, m_list.at(position));
     if (!settled(position))

@@ -173,6 +173,10 @@ protected:
     void setKeyBytes(const QList<int> &read, qint64 offset, qint64 length);
     /// Takes back what was told: compare() alone decides.
     void forgetColumns();
+    /// Tells, from a constructor, that no two records are to have the same key: the first that
+    /// comes beside an equal one, where the index looks at that anyway, is warned of once. The
+    /// index holds both all the same.
+    void expectUniqueKeys() { m_isKey = true; }
     /// Whether one of the columns told lies in a range; -1 is the first and the last column. True
     /// when none were told, or by a base class only.
     bool reads(int colFrom, int colTo) const;
@@ -219,6 +223,7 @@ private:
     void rankTies(const Run &run);
     int order(const Record &a, const Record &b) const;
     bool settled(int position);
+    void metEqual(const Record &record);
     bool contradictsSomewhere() const;
     void distrust();
     void takeOut(const Record &record, int position);
@@ -243,6 +248,8 @@ private:
     std::unique_ptr<SortAid> m_aid;   // null until the index tells its columns; see aid()
     std::unique_ptr<TieRanks> m_ties; // of runs of ties; null until one is searched
     bool m_isMoved = false;           // by hand, since it was sorted
+    bool m_isKey = false;             // see expectUniqueKeys()
+    bool m_isEqualTold = false;       // that two records have the same key
     int m_asserted = 0;               // where assertOrder() goes on
 };
 

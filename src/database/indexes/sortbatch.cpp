@@ -36,6 +36,8 @@ void SortBatch::run()
     decide();
     gatherPending();
     findPlaces();
+    if (m_equal)
+        m_index.metEqual(Record(m_equal));
     apply();
     check();
 }

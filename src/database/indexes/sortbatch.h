@@ -4,6 +4,7 @@
 #include "database/indexes/scratchmemory.h"
 #include "database/indexes/sortaid.h"
 
+#include <atomic>
 #include <vector>
 
 /// One batch on its way into a sorted index.
@@ -88,12 +89,13 @@ private:
     const QList<Record> &m_removed;
     const QList<Record> &m_updated;
     const QList<Record> &m_inserted;
-    SortAid *m_aid = nullptr;          // the index's, if its digests cover the whole batch
-    std::vector<bool> m_accepted;      // whether the filter accepts each updated record
-    std::vector<const Record *> m_new; // the inserted records that it accepts
-    std::vector<quint64> m_digests;    // of the updated records, where there are digests
-    IndexSort::Finds m_finds;          // the removed, then the updated records
-    std::vector<Affected> m_affected;  // by position, each position once
-    std::vector<int> m_leaving;        // the positions of those that leave
-    ScratchVector<Pending> m_pending;  // what is merged in
+    SortAid *m_aid = nullptr;              // the index's, if its digests cover the whole batch
+    std::vector<bool> m_accepted;          // whether the filter accepts each updated record
+    std::vector<const Record *> m_new;     // the inserted records that it accepts
+    std::vector<quint64> m_digests;        // of the updated records, where there are digests
+    IndexSort::Finds m_finds;              // the removed, then the updated records
+    std::vector<Affected> m_affected;      // by position, each position once
+    std::vector<int> m_leaving;            // the positions of those that leave
+    ScratchVector<Pending> m_pending;      // what is merged in
+    std::atomic<uchar *> m_equal{nullptr}; // one of them that has the key of one that stays
 };

@@ -110,7 +110,10 @@ private:
             if (digest != pending.digest)
                 return digest < pending.digest ? -1 : 1;
         }
-        return m_batch.m_index.compare(stayer, pending);
+        const int order = m_batch.m_index.compare(stayer, pending);
+        if (order == 0 && m_batch.m_index.m_isKey)
+            m_batch.m_equal = pending.row;
+        return order;
     }
     void look(Search &search) const
     {

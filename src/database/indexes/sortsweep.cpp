@@ -374,7 +374,10 @@ int SortSweep::compare(int position, const Item &item)
 {
     if (m_key && m_digests[size_t(position)] != item.digest)
         return m_digests[size_t(position)] < item.digest ? -1 : 1;
-    return m_index.compare(m_cursor.at(position), atNumber(item.source.number));
+    const int order = m_index.compare(m_cursor.at(position), atNumber(item.source.number));
+    if (order == 0)
+        m_index.metEqual(atNumber(item.source.number));
+    return order;
 }
 
 // Calls stay(position) for those that stay and come(item, position) for those that come before a

@@ -10,6 +10,7 @@
 #include "database/tables/firsterror.h"
 #include "database/tables/recordstrans.h"
 #include "database/tables/table.h"
+#include "database/tables/tableprivate.h"
 
 #include <QtCore/qset.h>
 
@@ -120,6 +121,7 @@ void TableJoinMain::clear()
 
 void TableJoinMain::build()
 {
+    TablePrivate::of(*table()).noteValues();
     // One after the other: a joined column may hold the keys of the next table.
     for (const auto &dep : m_deps) {
         const DependentLocks locks({dep.get()});

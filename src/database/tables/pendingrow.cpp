@@ -48,10 +48,8 @@ void forRuns(int first, int last, bool wanted, Has has, Visit visit)
 class Gaps
 {
 public:
-    Gaps(const TablePrivate &table, int first, int last)
+    explicit Gaps(const TablePrivate &table)
         : m_table(table)
-        , m_first(qMax(first, 0))
-        , m_last(last < 0 ? table.columns.size() - 1 : last)
         , m_bits(size_t(bitmapSize(table.columns.size())))
     {
     }
@@ -84,7 +82,7 @@ private:
             std::copy_n(bitsOf(m_table, pending), m_bits.size(), m_bits.begin());
         m_spans.clear();
         forRuns(
-            m_first, m_last, false,
+            0, m_table.columns.size() - 1, false,
             [&](int column) { return isWritten(m_table, pending, written, column); },
             [&](int first, int last) {
                 m_spans.emplace_back(m_table.columns, m_table.dataLength, first, last);
@@ -92,8 +90,6 @@ private:
     }
 
     const TablePrivate &m_table;
-    const int m_first;
-    const int m_last;
     bool m_known = false; // what is known of the row before:
     bool m_tracks = false;
     PendingRow::Range m_written;
@@ -141,6 +137,7 @@ void PendingRow::track(Record &row, Range written)
         return;
     Record copy = clone(row);
     mark(copy, written.first, written.last);
+    rowHeader(copy.row())->flags |= kRowPartial;
     row.swap(copy);
 }
 
@@ -166,15 +163,18 @@ void PendingRow::copyChanges(Record &target, Range &range, const Record &change,
 
 // A batch -----------------------------------------------------------------------------------------
 
-void completeFromLive(const Table &table, const BatchLists &lists, int first, int last)
+void completeFromLive(const Table &table, const BatchLists &lists, bool mayBeStale)
 {
     const TablePrivate &layout = TablePrivate::of(table);
     Concurrently::forStretches(lists.updated.size(), [&](int from, int to) {
-        Gaps gaps(layout, first, last);
+        Gaps gaps(layout);
         for (int i = from; i < to; ++i) {
             if (i + kRowsAhead < to)
-                prefetch(lists.changed.at(i + kRowsAhead).row() + layout.rowSize);
-            gaps.fill(lists.changed.at(i), lists.written[size_t(i)], lists.updated.at(i));
+                prefetch(lists.changed.at(i + kRowsAhead).row());
+            const Record &pending = lists.changed.at(i);
+            const quint32 flags = rowHeader(pending.row())->flags;
+            if (mayBeStale || !(flags & kRowTracks) || (flags & kRowPartial))
+                gaps.fill(pending, lists.written[size_t(i)], lists.updated.at(i));
         }
     });
 }
@@ -321,7 +321,7 @@ void sortByKey(const MasterIndex &master, BatchLists &lists)
 
 } // namespace
 
-void settleBatch(Table &table, BatchLists &lists, bool mayMeet)
+bool settleBatch(Table &table, BatchLists &lists, bool mayMeet)
 {
     const auto areInTable = [](const QList<Record> &records) {
         for (int i = 0; i < records.size(); ++i) {
@@ -333,7 +333,8 @@ void settleBatch(Table &table, BatchLists &lists, bool mayMeet)
         return true;
     };
     if (!mayMeet && areInTable(lists.updated) && areInTable(lists.removed))
-        return;
+        return false;
     BatchSettler(table, lists).run();
     sortByKey(*table.masterIndex(), lists);
+    return true;
 }

@@ -52,8 +52,10 @@ struct BatchLists {
 /// Brings a batch up to the table as it is when the batch runs: rows that left meanwhile are left
 /// out, a row that is named twice counts once, upserts find whichever row has their key by now.
 /// \param mayMeet  whether rows came or keys changed since the batch was begun
-void settleBatch(Table &table, BatchLists &lists, bool mayMeet);
+/// \return whether entries may stand for other rows now
+bool settleBatch(Table &table, BatchLists &lists, bool mayMeet);
 
-/// Gives pending rows the live rows' values in those of the columns first..last that they do not
-/// hold new values for.
-void completeFromLive(const Table &table, const BatchLists &lists, int first, int last);
+/// Gives pending rows the live rows' values in the columns that they do not hold new values for.
+/// \param mayBeStale  whether values changed since the batch was begun; else the batch's own copies
+///                    are as they have to be
+void completeFromLive(const Table &table, const BatchLists &lists, bool mayBeStale);

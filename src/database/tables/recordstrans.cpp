@@ -86,6 +86,7 @@ void RecordsTrans::swap(RecordsTrans &other) noexcept
     m_changes.swap(other.m_changes);
     m_arrivals.swap(other.m_arrivals);
     std::swap(m_version, other.m_version);
+    std::swap(m_values, other.m_values);
     std::swap(m_layout, other.m_layout);
 }
 
@@ -137,6 +138,7 @@ void RecordsTrans::begin(const Record &record, const char *call)
     const TablePrivate &table = TablePrivate::of(*m_table);
     if (isEmpty()) {
         m_version = table.version.load(std::memory_order_relaxed);
+        m_values = table.values.load(std::memory_order_relaxed);
         m_layout = table.layout.load(std::memory_order_relaxed);
     }
     checkLayout();
@@ -154,6 +156,12 @@ void RecordsTrans::checkLayout() const
 bool RecordsTrans::mayMeet() const
 {
     return m_version != TablePrivate::of(*m_table).version.load(std::memory_order_relaxed);
+}
+
+// Whether values changed since the first entry came.
+bool RecordsTrans::mayBeStale() const
+{
+    return m_values != TablePrivate::of(*m_table).values.load(std::memory_order_relaxed);
 }
 
 // Where a new key goes first; null when it goes into the maps.
@@ -502,6 +510,7 @@ void RecordsTrans::merge(RecordsTrans &other)
     other.checkLayout();
     checkLayout();
     const quint64 version = isEmpty() ? other.m_version : qMin(m_version, other.m_version);
+    const quint64 values = isEmpty() ? other.m_values : qMin(m_values, other.m_values);
     const QPair<int, int> range = other.columns();
     const BatchLists lists = other.take();
     for (const Record &record : lists.removed)
@@ -536,6 +545,7 @@ void RecordsTrans::merge(RecordsTrans &other)
         }
     }
     m_version = version;
+    m_values = values;
 }
 
 void RecordsTrans::execute()

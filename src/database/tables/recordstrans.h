@@ -143,6 +143,7 @@ private:
     void begin(const Record &record, const char *call);
     void checkLayout() const;
     bool mayMeet() const;
+    bool mayBeStale() const;
     ArrivalList *arrivals();
     bool arrives(const Record &record, Kind kind, const Record &change, int first, int last);
     Entry find(const Record &key);
@@ -170,5 +171,6 @@ private:
     Table *m_table;                          // borrowed
     std::unique_ptr<ArrivalList> m_arrivals; // invariant (3)
     quint64 m_version = 0;                   // of the table's rows, when the first entry came
+    quint64 m_values = 0;                    // of the table's values, the same
     quint32 m_layout = 0;                    // of the table's rows, the same
 };

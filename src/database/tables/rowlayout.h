@@ -22,6 +22,7 @@ enum RowFlag : quint32 {
     kRowNamed = 2,    ///< the batch at hand has named it already
     kRowTracks = 4,   ///< pending: behind the presence bitmap, a bit per column that was written
     kRowUpserted = 8, ///< pending: meant for whichever row has its key when the batch runs
+    kRowPartial = 16, ///< pending: holds nothing but what was written, and is no copy of a live row
 };
 
 constexpr qint64 kRowHeaderSize = qint64(sizeof(RowHeader));

@@ -277,6 +277,7 @@ void Table::setIndexes(const QList<Index *> &indexes)
 void Table::build()
 {
     const TableLocker locker(*this);
+    d->noteValues(); // a join writes straight into the rows
     FirstError error;
     for (const bool joins : {true, false}) { // other indexes may sort by what a join supplies
         d->forEachIndex([&](Index *index) {

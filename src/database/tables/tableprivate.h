@@ -77,6 +77,8 @@ struct TablePrivate {
 
     /// Notes that rows came or went, or keys changed: what batches have looked up may be void.
     void noteRows() { version.fetch_add(1, std::memory_order_relaxed); }
+    /// Notes that values changed: what batches have copied may be void.
+    void noteValues() { values.fetch_add(1, std::memory_order_relaxed); }
     /// Whether a row stands in the table.
     bool isLive(const Record &record) const;
 
@@ -96,6 +98,7 @@ struct TablePrivate {
     QMap<QString, int> columnMap;         // faster while there are few
     std::atomic<quint32> layout{0};       // counts the changes of the layout of rows
     std::atomic<quint64> version{0};      // counts the changes of rows and keys
+    std::atomic<quint64> values{0};       // counts the transactions that changed values
     std::atomic<bool> isKeyMissed{false}; // whether it was told that the table has no key
     QAtomicInt updateDepth;               // changed under the lock
     int transactionState = 0;

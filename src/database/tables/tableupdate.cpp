@@ -207,6 +207,7 @@ void Table::updated(const Record &record, int first, int last, int hint)
     // The argument may lie in an index that moves it.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const Record kept = record;
+    d->noteValues(); // they were written before
     runDirectly([&] {
         complete({kept}, {kept}, first, last, {});
         FirstError error;
@@ -351,13 +352,14 @@ void Table::processSingleTransaction(RecordsTrans &transaction)
     transaction.checkLayout();
     const QPair<int, int> columns = transaction.columns();
     const bool mayMeet = transaction.mayMeet();
+    const bool mayBeStale = transaction.mayBeStale();
     std::optional<Equipment> equipment;
     if (transaction.size() >= kSideBySide)
         equipment.emplace(); // threads wake up while the batch is sorted
     // Emptied before the passes: whatever an index throws, the batch is spent.
     BatchLists lists = transaction.take();
-    settleBatch(*this, lists, mayMeet);
-    completeFromLive(*this, lists, columns.first, columns.second);
+    const bool isSettled = settleBatch(*this, lists, mayMeet);
+    completeFromLive(*this, lists, mayBeStale || isSettled);
     processSingleTransaction(lists.removed, lists.updated, columns.first, columns.second,
                              lists.inserted, std::move(lists.changed));
     release(lists.updated);
@@ -433,6 +435,8 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
         [] {});
 
     copyRows(updated, changed, ColumnSpan(d->columns, d->dataLength, first, last));
+    if (!updated.isEmpty())
+        d->noteValues();
 
     FirstError error;
     error.run([&] { d->masterIndex->process(removed, updated, first, last, inserted); });

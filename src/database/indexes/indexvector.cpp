@@ -13,7 +13,10 @@ IndexVector::IndexVector(Table *table)
 {
 }
 
-IndexVector::~IndexVector() = default;
+IndexVector::~IndexVector()
+{
+    m_registration.leave();
+}
 
 void IndexVector::clear()
 {

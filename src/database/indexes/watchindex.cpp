@@ -8,7 +8,10 @@ WatchIndex::WatchIndex(Table *table)
 {
 }
 
-WatchIndex::~WatchIndex() = default;
+WatchIndex::~WatchIndex()
+{
+    m_registration.leave();
+}
 
 void WatchIndex::clear()
 {

@@ -16,6 +16,7 @@ set(DATABASE_PRIVATE_HEADERS
     indexes/sortkey.h
     indexes/sortsweep.h
     indexes/spreadsort.h
+    indexes/tieranks.h
     joins/joincells.h
     joins/joinchunks.h
     joins/joinkeyindex.h

@@ -191,6 +191,14 @@ public:
         , m_lists(lists)
     {
     }
+    // Also when a comparison throws: a row that stayed named would miss its next changes.
+    ~BatchSettler()
+    {
+        for (const Record &record : m_named)
+            rowHeader(record.row())->flags &= ~quint32(kRowNamed);
+    }
+    BatchSettler(const BatchSettler &) = delete;
+    BatchSettler &operator=(const BatchSettler &) = delete;
 
     void run()
     {
@@ -210,8 +218,6 @@ public:
             else
                 found.inserted.append(row);
         }
-        for (const Record &record : m_named)
-            rowHeader(record.row())->flags &= ~quint32(kRowNamed);
         for (const Update &each : m_updates) {
             if (each.live) {
                 found.updated.append(each.live);
@@ -229,7 +235,6 @@ private:
         Record live; // null: the change is a new row
         Record change;
         PendingRow::Range written;
-        Record key() const { return live ? live : change; }
     };
 
     // Whether the row had not been named before.
@@ -238,8 +243,8 @@ private:
         quint32 &flags = rowHeader(record.row())->flags;
         if (flags & kRowNamed)
             return false;
-        flags |= kRowNamed;
         m_named.push_back(record);
+        flags |= kRowNamed;
         return true;
     }
     bool isRemoved(const Record &live) const
